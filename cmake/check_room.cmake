@@ -1,0 +1,13 @@
+# Fails, naming file and line, when a file of ROOM includes a header of a room outside ALLOWED.
+file(GLOB_RECURSE files ${ROOM}/*.h ${ROOM}/*.cpp)
+foreach(file IN LISTS files)
+  file(STRINGS ${file} lines REGEX "^[ \t]*#[ \t]*include[ \t]*\"")
+  file(STRINGS ${file} all)
+  foreach(line IN LISTS lines)
+    if(NOT line MATCHES "\"libvnk\\.h\"" AND NOT line MATCHES "\"(${ALLOWED})/")
+      list(FIND all "${line}" number)
+      math(EXPR number "${number} + 1")
+      message(SEND_ERROR "${file}:${number}: ${line}")
+    endif()
+  endforeach()
+endforeach()

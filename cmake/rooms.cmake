@@ -1,0 +1,21 @@
+# vnk_room(<name> [USES <room>...]): the folder <name> as an object library. A room may include only
+# itself and the rooms that it uses, all of them declared before it; a test holds that.
+function(vnk_room name)
+  cmake_parse_arguments(PARSE_ARGV 1 ROOM "" "" "USES")
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}/*.cpp)
+  add_library(vnk-${name} OBJECT ${sources})
+  target_compile_options(vnk-${name} PRIVATE -fvisibility=hidden -fvisibility-inlines-hidden)
+  target_include_directories(vnk-${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+  foreach(used IN LISTS ROOM_USES)
+    if(NOT TARGET vnk-${used})
+      message(FATAL_ERROR "room '${name}' uses '${used}', which is not below it")
+    endif()
+  endforeach()
+  set_property(GLOBAL PROPERTY vnk_room_uses_${name} "${ROOM_USES}")
+  target_sources(vnk PRIVATE $<TARGET_OBJECTS:vnk-${name}>)
+  if(VNK_BUILD_TESTS)
+    list(JOIN ROOM_USES "|" allowed)
+    add_test(NAME rooms.${name} COMMAND ${CMAKE_COMMAND} -DROOM=${CMAKE_CURRENT_SOURCE_DIR}/${name}
+             "-DALLOWED=${name}|${allowed}" -P ${PROJECT_SOURCE_DIR}/cmake/check_room.cmake)
+  endif()
+endfunction()

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <atomic>
+#include <list>
+
+#include "flows/entity.h"
+#include "flows/frame.h"
+#include "foundations/barrier.h"
+#include "foundations/namedlock.h"
+
+class FrameSource;
+
+/// A bounded queue of frames between a producer's thread and a consumer's. See FrameSource for the contract.
+///
+/// The source and the listener are plain pointers. Where they belong to a counted object (FrameSource::
+/// countedSelf), every call through them holds that object, and its end clears the pointer first.
+class FrameSink : public Entity {
+ public:
+    /// What a sink tells of itself; usually the source listens.
+    class Listener {
+     public:
+        virtual ~Listener() = default;
+        virtual bool parametersChanged(ReferencePtr<FrameSink> cSink);
+        virtual bool canImplement(ReferencePtr<FrameSink> cSink, utils::VariantRecord& cRecord, ErrorList& lErrors);
+        /// A read has waited long; called once, a second before its limit.
+        virtual void kick() {}
+    };
+
+    FrameSink();
+
+    utils::VariantRecord getParameterInfo() override;
+    utils::VariantRecord getParameters() override;
+
+    /// For listeners that outlive the sink's use of them; attaching and detaching set and clear it too.
+    virtual void setListener(Listener* pListener);
+    virtual bool setSinkParameters(utils::VariantRecord& cRecord, ErrorList& lErrors, bool bQuiet);
+    virtual void receiveFrame(ReferencePtr<Frame> cFrame, bool bLast);
+    virtual void setSource(FrameSource* pSource);
+    virtual bool detachFromSource();
+    virtual bool acceptsFrame(ReferencePtr<Frame> cFrame);
+    virtual bool isExhausted();
+    virtual bool isSourceExhausted();
+
+    /// Null: none in time, or the marker of the stream's end.
+    ReferencePtr<Frame> nextFrame(uint32_t uTimeoutMs, bool bMarkBusy);
+    /// Drops all queued frames.
+    void flush();
+    void setAllowDiscarding(bool bAllow) { mbAllowDiscarding.store(bAllow, std::memory_order_relaxed); }
+    /// A source is attached.
+    bool isAttached();
+    FrameSource* sourcePointer();
+    uint32_t discardCount() const { return muDiscardCount.load(std::memory_order_relaxed); }
+    /// Keys that a source answers for this sink (a receiver's realised values): replaced in the record from
+    /// which getParameters starts, with no notification.
+    void setBaseParameters(const utils::VariantRecord& cRecord);
+    void eraseBaseParameter(const std::string& key);
+
+ protected:
+    /// The subclass's hook in the parameter chain.
+    virtual bool integrateParameters(utils::VariantRecord& cRecord, ErrorList& lErrors);
+    /// Offers the current parameters, overlaid with the new ones, to the source. True without a source.
+    bool negotiate(const utils::VariantRecord& cRecord, ErrorList& lErrors);
+    bool setSinkParametersOf(utils::VariantRecord& cRecord, ErrorList& lErrors, bool bQuiet);
+
+    struct SourceHold;   // a source or listener with its counted object held
+    SourceHold holdSource();
+
+    utils::NamedLock mcSourceLock{"FrameSink::mcSourceLock"};
+
+ private:
+    bool withinLimits() REQUIRES(mcBufferLock);
+    bool discardOldest(uint32_t& uDropped) REQUIRES(mcBufferLock);
+
+    Listener* mpListener GUARDED_BY(mcSourceLock) = nullptr;
+    FrameSource* mpSource GUARDED_BY(mcSourceLock) = nullptr;
+    utils::ReferenceCountedObject* mpSourceCounted GUARDED_BY(mcSourceLock) = nullptr;
+    std::atomic<uint32_t> muDetachCount{0};   // a push that blocks gives way when it changes
+    std::atomic<uint32_t> muBufferFrames{10};
+    std::atomic<float> mfBufferSec{0.0f};
+    std::atomic<float> mfDiscardProportion{0.0f};
+    std::atomic<bool> mbFlowControl{false};
+    std::atomic<bool> mbAllowDiscarding{false};
+    utils::NamedLock mcBaseLock{"FrameSink::mcBaseLock"};
+    utils::VariantRecord mcBaseParameters GUARDED_BY(mcBaseLock);
+    std::atomic<uint32_t> muDiscardCount{0};
+    utils::NamedLock mcBufferLock{"FrameSink::mcBufferLock"};
+    bool mbEndSeen GUARDED_BY(mcBufferLock) = false;
+    std::list<ReferencePtr<Frame>> mlQueue GUARDED_BY(mcBufferLock);
+    bool mbConsumerBusy GUARDED_BY(mcBufferLock) = false;
+    float mfBufferedSec GUARDED_BY(mcBufferLock) = 0.0f;
+    utils::Barrier mcBufferSync{"FrameSink::mcBufferSync"};
+    utils::Barrier mcConsumerSync{"FrameSink::mcConsumerSync"};
+};

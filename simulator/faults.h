@@ -1,0 +1,96 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vnksim {
+
+/// What a unit does when it dies: its connections are closed or reset and it listens no more, or it goes
+/// on holding all connections and does nothing.
+enum class Death { close, reset, silent };
+
+/// An error put into the error queue when a command that contains `command` has been received.
+struct PlantedError {
+    std::string command;
+    int number = -200;
+    std::string text = "Execution error";
+    int times = 1;  ///< how often; negative means always
+};
+
+/// The state of all faults. Texts that name a command match any single command (between ";") that
+/// contains them, whatever the case. Numbers named `...Once` fall back to 0 when they have acted.
+struct FaultSettings {
+    // --- SCPI
+    bool silent = false;             ///< neither reads nor answers: connections are half-open
+    std::string noReplyTo;           ///< queries that contain it get no reply; "*" is every query
+    unsigned replyDelayMs = 0;       ///< each reply comes late
+    std::string replyDelayFor;       ///< ... only to commands that contain it; empty: all
+    unsigned replySegmentBytes = 0;  ///< replies are cut into segments of so many bytes
+    std::map<std::string, std::string> wrongReplies;  ///< command text -> reply, sent as it stands plus LF
+    std::vector<PlantedError> errors;
+    /// The lock is refused: "never" granted, or until an "abort", a "rst" or a "reconnect" has come.
+    std::string lockRefusedUntil;
+    std::string stuckMode;           ///< capture mode that is reported in place of the real one
+    unsigned stuckFreedAtReset = 0;  ///< the n-th *RST or ABORT frees it; 0: none does
+    bool scpiNotListening = false;
+    bool dataNotListening = false;
+    bool closeScpiOnce = false;
+    bool resetScpiOnce = false;
+    unsigned dieAfterExchanges = 0;  ///< counted from when it was set; 0: never
+    Death death = Death::close;
+
+    // --- data
+    bool closeDataOnce = false;
+    bool resetDataOnce = false;
+    bool identifierMissing = false;    ///< no ExtensionContext at all
+    int identifierOffset = 0;          ///< added to the identifier that is sent
+    bool sweepIdentifierOnly = false;  ///< a list's context carries no stream identifier
+    unsigned dropEvery = 0;            ///< each n-th data packet is not sent
+    unsigned dropOnce = 0;             ///< so many data packets are not sent
+    unsigned loseSamplesOnce = 0;      ///< so many samples are skipped; the next packet tells of the loss
+    bool swapOnce = false;             ///< two neighbouring data packets change places
+    unsigned segmentBytes = 0;         ///< the stream is cut into segments of so many bytes
+    unsigned garbageBytes = 0;         ///< garbage in front of each packet
+    int sizeFieldOffset = 0;           ///< added to the size field of each data packet
+    int sizeFieldOffsetOnce = 0;       ///< added to that of one data packet
+    uint32_t trailerSet = 0;           ///< bits set in each data trailer
+    uint32_t trailerClear = 0;         ///< bits cleared, before `trailerSet`
+    bool spectralInversion = false;    ///< SH data mirrored about the IF (IQ: conjugated), and flagged so
+    bool dataAfterStop = false;        ///< stops and ABORT do not end the stream
+};
+
+/// The faults of a running unit. Safe from any thread; changes act at once.
+class Faults {
+ public:
+    FaultSettings snapshot() const;
+    void change(const std::function<void(FaultSettings&)>& edit);
+    void clear();
+    /// "NAME", "NAME,VALUE" or "clear". Names are those of the fields of FaultSettings; a missing value
+    /// switches on. For wrongReplies the value is COMMAND=REPLY, for errors COMMAND=NUMBER=TEXT, for
+    /// death close, reset or silent. Case does not count. False when it is not understood.
+    bool apply(std::string_view text);
+    /// Called after each change.
+    void onChange(std::function<void()> sink);
+
+ private:
+    mutable std::mutex mcLock;
+    FaultSettings mcSettings;
+    std::function<void()> mcSink;
+};
+
+/// Trailer bits: enable and indicator of each event.
+namespace trailer {
+inline constexpr uint32_t kValidDataEnable = 1u << 30, kValidData = 1u << 18;
+inline constexpr uint32_t kReferenceLockEnable = 1u << 29, kReferenceLock = 1u << 17;
+inline constexpr uint32_t kInversionEnable = 1u << 26, kInversion = 1u << 14;
+inline constexpr uint32_t kOverRangeEnable = 1u << 25, kOverRange = 1u << 13;
+inline constexpr uint32_t kSampleLossEnable = 1u << 24, kSampleLoss = 1u << 12;
+}  // namespace trailer
+
+}  // namespace vnksim

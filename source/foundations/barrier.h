@@ -9,7 +9,8 @@
 namespace utils {
 
 /// Auto-reset event with a name. Several signals with no wait between them count once; one signal frees
-/// one waiter. Limits are in microseconds, on the steady clock.
+/// one waiter. Limits are in microseconds, on the steady clock. A waiter may return before the signaller has
+/// left `signal`: what both use must outlive both.
 class Barrier {
  public:
     explicit Barrier(std::string name) : mcName(std::move(name)) {}

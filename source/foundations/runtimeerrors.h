@@ -30,8 +30,12 @@ class RuntimeErrors {
 
     static RuntimeErrors& instance();
 
+    uint64_t getStartTime() const { return muStartTime; }
+    /// Adds one record and hands it back.
     Error report(std::string message, int32_t iCode, const char* pFile, int line);
     [[noreturn]] void reportAndThrow(std::string message, int32_t iCode, const char* pFile, int line);
+    /// Adds one record: the cheap form, for those who do not look at it again.
+    void add(Error cError);
     void clear();
     /// Drains the log, newest first.
     std::list<Error> takeErrors();
@@ -43,7 +47,7 @@ class RuntimeErrors {
 
  private:
     RuntimeErrors();
-    void trim() REQUIRES(mcErrorsLock);
+    std::list<Error> trim() REQUIRES(mcErrorsLock);
     struct Trace {
         uint64_t muStamp;
         std::string mcText;
@@ -68,7 +72,7 @@ inline constexpr int32_t kTraceCode = 1000;
 /// A plain progress note (code 1000).
 inline void reportTrace(std::string message, const char* pFile = __builtin_FILE(),
                         int line = __builtin_LINE()) {
-    reportError(kTraceCode, std::move(message), pFile, line);
+    RuntimeErrors::instance().add(RuntimeErrors::Error(std::move(message), kTraceCode, pFile, line));
 }
 
 }  // namespace utils

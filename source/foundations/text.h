@@ -31,7 +31,8 @@ std::string_view takeBefore(std::string_view& rest, std::string_view delimiter);
 /// Leading number of a text in the manner of stof (leading blanks, sign, hexadecimal, inf, nan; trailing
 /// text ignored), with the "C" locale. Empty when there is no number or it is out of a float's range.
 std::optional<float> parseFloat(std::string_view text);
-/// Leading decimal integer in the manner of strtol/strtoul; empty without digits or out of range.
+/// Leading decimal integer in the manner of strtol (leading blanks, sign, trailing text ignored); empty
+/// without digits or out of range. A negative number is out of the unsigned range.
 std::optional<int32_t> parseInt32(std::string_view text);
 std::optional<uint32_t> parseUnsigned32(std::string_view text);
 

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <string>
 
 #include "foundations/barrier.h"
@@ -43,7 +44,8 @@ class Thread {
     const std::string& getName() const { return mcName; }
 
     /// For counted owners, in place of `delete this`: stops with the limit and runs `destroy` when no
-    /// body is left: at once on this thread if all have ended, otherwise on the last body's thread.
+    /// body is left: at once on this thread if all have ended, otherwise on the last body's thread, which
+    /// may be before this returns. The caller touches the object no more.
     void retire(uint32_t uLimitMs, std::function<void()> destroy) noexcept;
 
  protected:
@@ -52,14 +54,16 @@ class Thread {
 
  private:
     friend class SafeThread;
-    void wrapper(SafeThread& cLaunch);
+    ReferencePtr<SafeThread> lastLaunch() const;
+    void abandon(SafeThread& cLaunch);
 
     std::string mcName;
     ReferencePtr<SafeThread> mcSafeThread;
+    ReferencePtr<SafeThread> mcRunning;   // the launch whose flag isRunning shows; outlasts a late stop
     ReferencePtr<ThreadLife> mcLife;
     uint32_t muPriority = 0;
     std::atomic<bool> mbStopping{false};
-    mutable std::mutex mcLaunchMutex;   // guards mcSafeThread
+    mutable std::mutex mcLaunchMutex;   // guards the two launches and the priority
     Barrier mcNotifiableSleep;
 };
 

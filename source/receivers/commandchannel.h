@@ -1,0 +1,56 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "foundations/guardedreference.h"
+#include "links/scpiprotocol.h"
+#include "receivers/linkwatch.h"
+
+/// What differs between the families as a word.
+struct CommandWords {
+    const char* mpAcquireFailed;   // "Cannot obtain acquisition access"
+};
+
+/// The command operations that all engines of a receiver use, the check of the unit's mode, and the ladder of
+/// attempts that brings a stuck unit back. Stamps the link watch on every success.
+///
+/// Commands may come from any thread and are not serialised: replies of two threads that ask at once may mix.
+class CommandChannel : public utils::ReferenceCountedObject {
+ public:
+    CommandChannel(ReferencePtr<LinkWatch> cWatch, const CommandWords& cWords);
+
+    void setProtocol(ReferencePtr<SCPIProtocol> cProtocol) { mcProtocol.set(std::move(cProtocol)); }
+    ReferencePtr<SCPIProtocol> protocol() const { return mcProtocol.get(); }
+    void setQueryTimeoutMs(uint32_t uMs) { muQueryTimeoutMs.store(uMs, std::memory_order_relaxed); }
+    uint32_t queryTimeoutMs() const { return muQueryTimeoutMs.load(std::memory_order_relaxed); }
+    /// Asked between the steps of long waits, so that a stopped receiver thread leaves them early.
+    void setStopTest(std::function<bool()> stopping);
+
+    /// False with no protocol.
+    bool send(const std::string& text);
+    /// With the query time-out; empty with no protocol or no reply.
+    std::string query(const std::string& text);
+    /// Sends and asks for the unit's error; throws a std::string "Command '%s' generated %s".
+    void sendBatch(const std::string& text);
+    /// Sends the command, if any, and polls until the reply holds the expected text, for 2000 ms. An empty
+    /// query counts as done at once.
+    bool sendCommandAndPoll(const std::string& command, const std::string& query, const std::string& expected);
+    /// Empty when the unit has no error.
+    std::string querySystemError();
+    bool verifyInBLOCKMode();
+    bool acquireAccess();
+    bool recoverAccess();
+
+ private:
+    bool reopenTransport();
+
+    GuardedReference<SCPIProtocol> mcProtocol;
+    ReferencePtr<LinkWatch> mcWatch;
+    CommandWords mcWords;
+    std::atomic<uint32_t> muQueryTimeoutMs{1000};
+    std::function<bool()> mcStopping;
+};
+
+/// Adds ";" first when the text so far is not empty.
+void appendCommand(std::string& batch, const std::string& command);

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "foundations/clock.h"
+
+/// Waits after a stop until no old packets are left in the pipe: five quiet passes of 20 ms in a row, at most
+/// 200 passes. Packets are still parsed and dispatched meanwhile.
+template <typename DataProtocol>
+void drainVRTData(DataProtocol& cProtocol) {
+    cProtocol.setDrain(true);
+    for (int iPass = 0, iQuiet = 0; iPass < 200 && iQuiet < 5; ++iPass) {
+        utils::sleepMs(20);
+        iQuiet = cProtocol.takeActivity() ? 0 : iQuiet + 1;
+    }
+    cProtocol.clearBuffer();
+    cProtocol.setDrain(false);
+}

@@ -2,11 +2,15 @@
 
 #include "flows/framesink.h"
 
+/// What a next expected sequence holds while none is expected.
+inline constexpr uint32_t kNoSequence = 0xFFFFFFFFu;
+
 /// Pushes frames to the sinks attached to it. Frames are shared among the sinks, never copied. A null frame
 /// is the end of a stream.
 ///
-/// Locks: mcSinksLock, then a sink's mcSourceLock; never the other way round. Frames are delivered outside
-/// both, so that a sink may receive one last frame in flight after it has been removed.
+/// Locks: the sink's mcAttachLock, then mcSinksLock, then the sink's mcSourceLock; never the other way round.
+/// Frames are delivered outside all of them, so that a sink may receive one last frame in flight after it has
+/// been removed.
 class FrameSource : public FrameSink::Listener {
  public:
     explicit FrameSource(std::string name);
@@ -29,12 +33,21 @@ class FrameSource : public FrameSink::Listener {
     void releaseSinks();
 
  private:
+    void noteSequence(uint32_t uSequence);
+    void removeAll();
+    /// Clears the sink's pointer to this source unless the sink has been attached again.
+    void letGo(FrameSink& cSink);
+    bool holds(const FrameSink& cSink) REQUIRES(mcSinksLock);
+
+    bool mbReleased = false;
     std::string mcName;
-    std::atomic<uint32_t> muNextSequence{0xFFFFFFFFu};
+    std::atomic<uint32_t> muNextSequence{kNoSequence};
     utils::NamedLock mcSinksLock{"FrameSource::mcSinksLock"};
     std::list<ReferencePtr<FrameSink>> mlSinks GUARDED_BY(mcSinksLock);
     std::atomic<uint32_t> muGapCount{0};
 };
 
 /// Next expected sequence after one: plus 1, but 0 after 0xFFFFFFFE and 0xFFFFFFFF.
-inline uint32_t nextSequenceAfter(uint32_t uSequence) { return uSequence >= 0xFFFFFFFEu ? 0 : uSequence + 1; }
+inline uint32_t nextSequenceAfter(uint32_t uSequence) {
+    return uSequence >= 0xFFFFFFFEu ? 0 : uSequence + 1;
+}

@@ -10,7 +10,7 @@ class IQFrameSink : public FrameSink {
     utils::VariantRecord getParameters() override;
     void setSource(FrameSource* pSource) override;
     bool acceptsFrame(ReferencePtr<Frame> cFrame) override;
-    /// receiveFrame with `last` false, then the measurements.
+    /// receiveFrame with `last` false, then the measurements. Asserts on a frame with no duration.
     virtual void receiveMeasured(ReferencePtr<Frame> cFrame);
 
  protected:

@@ -13,12 +13,18 @@ class SpectrumFrameSink : public FrameSink {
     bool integrateParameters(utils::VariantRecord& cRecord, ErrorList& lErrors) override;
 
  private:
+    struct Settings {
+        float mfMinHz = 0.0f;
+        float mfMaxHz = 0.0f;
+        float mfRBWHz = 0.0f;
+        float mfRefdBm = -40.0f;
+        float mfUserCaldB = 0.0f;
+        std::string mcWindowName;
+        uint32_t muCaptureFrames = 0;
+    };
+    Settings settings();
+    static void takeFrequencies(utils::VariantRecord& cRecord, Settings& cSettings, ErrorList& lErrors);
+
     utils::NamedLock mcParametersLock{"SpectrumFrameSink::mcParametersLock"};
-    float mfMinHz GUARDED_BY(mcParametersLock) = 0.0f;
-    float mfMaxHz GUARDED_BY(mcParametersLock) = 0.0f;
-    float mfRBWHz GUARDED_BY(mcParametersLock) = 0.0f;
-    float mfRefdBm GUARDED_BY(mcParametersLock) = -40.0f;
-    float mfUserCaldB GUARDED_BY(mcParametersLock) = 0.0f;
-    std::string mcWindowName GUARDED_BY(mcParametersLock);
-    uint32_t muCaptureFrames GUARDED_BY(mcParametersLock) = 0;
+    Settings mcSettings GUARDED_BY(mcParametersLock);
 };

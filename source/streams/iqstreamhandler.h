@@ -32,10 +32,11 @@ class IQStreamHandler : public StreamHandler, public IQFrameSink {
 
  protected:
     bool integrateParameters(utils::VariantRecord& cRecord, ErrorList& lErrors) override;
+    void frameTaken(const Frame& cFrame) override;
 
  private:
     ErrorList mlErrors;
-    std::atomic<uint32_t> muNextSequence{0xFFFFFFFFu};
+    std::atomic<uint32_t> muNextSequence{kNoSequence};
     std::atomic<bool> mbGap{false};
     std::atomic<bool> mbSubOptimalSeen{false};
 };

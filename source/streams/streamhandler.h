@@ -17,6 +17,10 @@ class StreamHandler : public FrameSource {
     bool isStarted() const { return mbStarted.load(std::memory_order_relaxed); }
 
  protected:
+    /// Stores a source and gives the one before.
+    ReferencePtr<Entity> exchangeSource(ReferencePtr<Entity> cSource);
+
+    /// Guards the source field; a leaf, never held across a call to another object.
     utils::NamedLock mcHandlerLock{"StreamHandler::mcHandlerLock"};
     ReferencePtr<Entity> mcSource GUARDED_BY(mcHandlerLock);
     std::atomic<bool> mbStarted{false};

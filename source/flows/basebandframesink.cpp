@@ -1,0 +1,7 @@
+#include "flows/basebandframesink.h"
+
+#include "flows/basebandframe.h"
+
+bool BasebandFrameSink::acceptsFrame(ReferencePtr<Frame> cFrame) {
+    return cFrame == nullptr || dynamic_cast<BasebandFrame*>(cFrame.get()) != nullptr;
+}

@@ -69,6 +69,7 @@ class Variant {
 
  private:
     friend class VariantRecord;
+    friend class VariantParser;
     Type meType = kNone;
     uint64_t muScalar = 0;
     std::string mcText;
@@ -86,6 +87,7 @@ class VariantRecord : public ReferenceCountedObject {
     VariantRecord() = default;
     /// Parses; a null text gives an empty record.
     explicit VariantRecord(const char* pText);
+    /// Copies take the frozen flag over; assignment replaces the entries alone.
     VariantRecord(const VariantRecord& cOther);
     VariantRecord(VariantRecord&&) noexcept;
     VariantRecord& operator=(const VariantRecord& cOther);
@@ -117,6 +119,7 @@ class VariantRecord : public ReferenceCountedObject {
     std::optional<std::string> getText(std::string_view key) const;
 
     /// Stores and erases; false and untouched when absent or not to be held in 32 bits.
+    /// A float is rounded to nearest, half away from zero.
     bool takeInt32(std::string_view key, int32_t& iValue);
     bool takeText(std::string_view key, std::string& text, bool bErase);
     /// As a setParameters chain takes them: the value if present with an acceptable type, erased.
@@ -124,6 +127,7 @@ class VariantRecord : public ReferenceCountedObject {
     std::optional<bool> takeBool(std::string_view key);
     std::optional<std::string> takeText(std::string_view key);
 
+    /// By the exact key.
     bool erase(std::string_view key);
     void clear();
     bool empty() const { return mcEntries.empty(); }
@@ -140,8 +144,9 @@ class VariantRecord : public ReferenceCountedObject {
     void setFrozen(bool bFrozen) { mbFrozen = bFrozen; }
     bool isFrozen() const { return mbFrozen; }
 
-    /// Replaces the contents. Never reports an error: what cannot be read is left out.
+    /// Replaces the contents (a frozen record is left empty). Never reports an error: what cannot be read is left out.
     bool parse(std::string_view text);
+    /// Replaces the output.
     void format(std::string& output, bool bCompact, std::string_view indent, bool bQuoteKeys) const;
     /// Compact with quoted keys, as all texts that cross the interface.
     std::string toCompactText() const;
@@ -154,7 +159,13 @@ class VariantRecord : public ReferenceCountedObject {
     friend bool operator==(const VariantRecord& cLeft, const VariantRecord& cRight);
 
  private:
-    friend class Variant;
+    friend class VariantParser;
+    Entries::iterator lookUp(std::string_view key);
+    template <typename Convert>
+    auto take(std::string_view key, Convert convert);
+    Variant& place(std::string_view key);
+    static void copyEntries(const Entries& cSource, Entries& cTarget);
+
     Entries mcEntries;
     bool mbFrozen = false;
 };

@@ -10,7 +10,13 @@
 #include "foundations/alignedarray.h"
 #include "foundations/variantrecord.h"
 
-enum TimeResolution : uint32_t { kSeconds = 0, kMilliseconds = 1, kMicroseconds = 2, kNanoseconds = 3, kPicoseconds = 4 };
+enum TimeResolution : uint32_t {
+    kSeconds = 0,
+    kMilliseconds = 1,
+    kMicroseconds = 2,
+    kNanoseconds = 3,
+    kPicoseconds = 4
+};
 
 /// Seconds per tick, single precision; 0.001 for a value outside the table.
 float secondsPerTick(uint32_t uResolution);
@@ -39,7 +45,11 @@ class Frame : public utils::ReferenceCountedObject {
     virtual utils::VariantRecord getParameters(bool bInvariantOnly) const;
     virtual uint64_t getDataBytes() const = 0;
     virtual std::string getElementType() const = 0;
+    /// Appends the stored form. The result is a simple formula of the sample count, not the bytes written; 0,
+    /// with nothing written, for a frame without an array.
     virtual uint64_t writeTo(std::ostream& cStream) const = 0;
+    /// Takes the next stored frame and returns its sample count. 0 for a frame of another kind or one that
+    /// the end of the stream cuts off: this frame is then as it was, and the stream is back where it was.
     virtual uint64_t readFrom(std::istream& cStream) = 0;
 
     /// "dBm" if the field is empty.
@@ -77,7 +87,7 @@ class Frame : public utils::ReferenceCountedObject {
  protected:
     /// Timestamp plus active/rate seconds, in the resolution asked for.
     uint64_t endTimeOf(uint32_t uActive, float fRate, uint32_t uResolution) const;
-    uint64_t convertTicks(uint64_t uTicks, uint32_t uFrom, uint32_t uTo) const;
+    static uint64_t convertTicks(uint64_t uTicks, uint32_t uFrom, uint32_t uTo);
 
     uint64_t muTimestamp;
     uint32_t muResolution;

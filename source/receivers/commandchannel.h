@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <mutex>
 #include <string>
 
 #include "foundations/guardedreference.h"
@@ -24,12 +25,13 @@ class CommandChannel : public utils::ReferenceCountedObject {
     ReferencePtr<SCPIProtocol> protocol() const { return mcProtocol.get(); }
     void setQueryTimeoutMs(uint32_t uMs) { muQueryTimeoutMs.store(uMs, std::memory_order_relaxed); }
     uint32_t queryTimeoutMs() const { return muQueryTimeoutMs.load(std::memory_order_relaxed); }
-    /// Asked between the steps of long waits, so that a stopped receiver thread leaves them early.
+    /// Asked between the steps of long waits, so that a stopped receiver thread leaves them early. What the
+    /// test uses may end once another one, or none, has been set.
     void setStopTest(std::function<bool()> stopping);
 
     /// False with no protocol.
     bool send(const std::string& text);
-    /// With the query time-out; empty with no protocol or no reply.
+    /// With the query time-out; empty with no protocol or no reply. A reply stamps the watch.
     std::string query(const std::string& text);
     /// Sends and asks for the unit's error; throws a std::string "Command '%s' generated %s".
     void sendBatch(const std::string& text);
@@ -43,14 +45,21 @@ class CommandChannel : public utils::ReferenceCountedObject {
     bool recoverAccess();
 
  private:
+    /// A query that leaves the judgement of its reply, and so the stamp, to the caller.
+    std::string ask(const std::string& text);
     bool reopenTransport();
+    bool isStopping();
 
     GuardedReference<SCPIProtocol> mcProtocol;
     ReferencePtr<LinkWatch> mcWatch;
     CommandWords mcWords;
     std::atomic<uint32_t> muQueryTimeoutMs{1000};
+    std::mutex mcStoppingMutex;
     std::function<bool()> mcStopping;
 };
+
+/// What a reply to "SYST:ERR?" says: empty for no error.
+std::string systemErrorText(const std::string& reply);
 
 /// Adds ";" first when the text so far is not empty.
 void appendCommand(std::string& batch, const std::string& command);

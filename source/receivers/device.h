@@ -11,6 +11,7 @@
 class Device : public Entity {
  public:
     Device(std::string connectionType, std::string address);
+    ~Device() override;
 
     utils::VariantRecord getParameterInfo() override = 0;
     utils::VariantRecord getParameters() override = 0;

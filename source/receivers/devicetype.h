@@ -24,3 +24,6 @@ class DeviceType {
  private:
     std::string mcName;
 };
+
+/// The end of every create: the device if it is open; otherwise null, and the global list has let it go.
+ReferencePtr<Device> openOrForget(ReferencePtr<Device> cDevice);

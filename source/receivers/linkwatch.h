@@ -20,6 +20,8 @@ class LinkWatch : public utils::ReferenceCountedObject {
     /// Nothing heard for 10,001 ms.
     bool isStale() const;
     uint64_t lastActivityMs() const { return muLastActivityMs.load(std::memory_order_relaxed); }
+    /// For tests of a link that has been silent for long.
+    void setLastActivityMs(uint64_t uMs) { muLastActivityMs.store(uMs, std::memory_order_relaxed); }
     uint32_t probeCount() const { return muProbes.load(std::memory_order_relaxed); }
 
  private:

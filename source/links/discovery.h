@@ -7,7 +7,7 @@
 /// One answer to a discovery request.
 struct DiscoveryEntry {
     std::string mcAddress;
-    std::string mcIdentity;   // model ":" serial ":" firmware
+    std::string mcIdentity;  // model ":" serial ":" firmware
 };
 
 /// The host's IPv4 addresses, of adapters that are up and not loopback, in system order.

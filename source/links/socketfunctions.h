@@ -41,6 +41,8 @@ ReferencePtr<utils::MemoryBlock> socketReceive(SocketRecord& cRecord, uint32_t u
 bool socketClose(SocketRecord& cRecord);
 /// Discards pending input until the line is quiet for 10 ms, the peer has closed, or 2 s have passed.
 bool socketDrain(SocketRecord& cRecord);
+/// Ends both directions, so that threads blocked on the socket come free. The handle stays open.
+void socketWake(const SocketRecord& cRecord);
 /// Empty unless the failed flag is set.
 std::string socketErrorText(const SocketRecord& cRecord);
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include "links/socketfunctions.h"
 #include "links/transport.h"
 
@@ -19,11 +21,20 @@ class TCPIPTransport : public Transport {
     bool open() override;
     uint32_t receiveTimeoutMs() const;
 
+ protected:
+    /// Closes the socket before the polling thread is waited for, so that a blocked body ends.
+    void destroySelf() noexcept override;
+
  private:
+    std::shared_ptr<SocketRecord> record() const;
+    ReferencePtr<utils::MemoryBlock> takeReceiveBlock(std::string& errorText);
+
     std::string mcConnectionText;
-    mutable std::mutex mcRecordMutex;   // guards the record against a reopen; never held across a system call
+    // Guards the two members below; never held across a system call that can block. Handle and descriptor of
+    // a record that is in use are never changed: a close or an open puts another record in its place.
+    mutable std::mutex mcRecordMutex;
     std::shared_ptr<SocketRecord> mcRecord;
-    ReferencePtr<utils::MemoryBlock> mcReceiveBlock;   // polling thread, or the caller of receive
+    ReferencePtr<utils::MemoryBlock> mcReceiveBlock;
 };
 
 class TCPIPTransportType : public TransportType {

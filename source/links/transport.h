@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -20,7 +22,8 @@ class Transport : public utils::ReferenceCountedObject, private utils::Thread {
         virtual bool onData(ReferencePtr<utils::MemoryBlock> cBlock) = 0;
         virtual void onError(const std::string& text) = 0;
         /// The counted object that this callback is part of, held during each call; null for one whose owner
-        /// clears it in time.
+        /// clears it in time. While nobody owns it yet (it registers itself in its constructor) nothing is
+        /// read from the wire; its destructor clears the callback.
         virtual utils::ReferenceCountedObject* countedSelf() { return nullptr; }
     };
 
@@ -29,6 +32,8 @@ class Transport : public utils::ReferenceCountedObject, private utils::Thread {
 
     /// The poll time-out only falls and the chunk size only rises over the life of the transport.
     virtual bool setCallback(Callback* pCallback, uint32_t uPollTimeoutMs, uint32_t uChunkSize);
+    /// True if it was the one set. Returns when the polling thread is out of its call and has ended, or after
+    /// 1000 ms; on the polling thread itself at once.
     virtual bool clearCallback(Callback* pCallback);
     /// Type name, ":" and address.
     virtual std::string getDescription() const;
@@ -37,8 +42,8 @@ class Transport : public utils::ReferenceCountedObject, private utils::Thread {
     virtual bool send(ReferencePtr<utils::MemoryBlock> cBlock, std::string& errorText) = 0;
     virtual ReferencePtr<utils::MemoryBlock> receive(uint32_t uTimeoutMs, std::string& errorText) = 0;
     /// What has arrived by the time-out; null if nothing.
-    virtual ReferencePtr<utils::MemoryBlock> transact(ReferencePtr<utils::MemoryBlock> cRequest, int32_t iTimeoutMs,
-                                                      uint32_t uLeastSize);
+    virtual ReferencePtr<utils::MemoryBlock> transact(ReferencePtr<utils::MemoryBlock> cRequest,
+                                                      int32_t iTimeoutMs, uint32_t uLeastSize);
     virtual bool flush() = 0;
     virtual bool close() = 0;
     virtual bool open() = 0;
@@ -54,17 +59,28 @@ class Transport : public utils::ReferenceCountedObject, private utils::Thread {
     void run() override;
 
  private:
-    struct Slot;
-    bool holdCallback(Slot& cSlot);
+    class Call;
+    class Serving;
+    enum class Readiness { kNone, kNotYet, kReady };
+    Readiness readiness();
+    bool endAfter(const Callback* pCallback);
+    bool poll();
+    bool deliver(Call& cCall, ReferencePtr<utils::MemoryBlock> cBlock, const std::string& errorText);
+    void startPolling(const Callback* pCallback);
     void noteError(const std::string& text);
 
     std::string mcAddress;
+    // Guards the slot and the words below it. A body goes on or ends by what the slot holds, decided under
+    // this mutex, so that a callback set at any moment is served.
     mutable std::mutex mcSlotMutex;
+    std::condition_variable mcSlotChanged;
     Callback* mpCallback = nullptr;
     utils::ReferenceCountedObject* mpCallbackCounted = nullptr;
+    const Callback* mpCalling = nullptr;  // whose call the polling thread is in
+    bool mbServing = false;               // a body runs that has not decided to end
+    std::string mcLastError;
     std::atomic<uint32_t> muPollTimeoutMs{5};
     std::atomic<uint32_t> muChunkSize{1024};
-    std::string mcLastError;
     utils::NamedLock mcTransactionLock{"Transport::mcTransactionLock"};
 };
 

@@ -38,10 +38,12 @@ class Packet : public utils::ReferenceCountedObject {
  public:
     explicit Packet(ReferencePtr<utils::MemoryBlock> cBlock);
 
-    /// The block is as long as the header says and the stream ID is one of this dialect.
+    /// The block is as long as the header says, has room for header and trailer, and the stream ID is one of
+    /// this dialect.
     bool isComplete() const { return mbComplete; }
     /// Host order; empty without a trailer.
     std::optional<uint32_t> trailer() const { return mcTrailer; }
+    /// Both bits are set in a trailer that is there.
     bool trailerHas(uint32_t uEnableBit, uint32_t uIndicatorBit) const;
     uint8_t packetType() const { return muPacketType; }
     bool hasClassID() const { return mbClassID; }
@@ -80,7 +82,7 @@ class ReceiverContext : public Packet {
  public:
     explicit ReceiverContext(ReferencePtr<utils::MemoryBlock> cBlock);
     bool mbChange = false;
-    uint64_t muRFFrequency = kAbsent64;   // Hz x 2^20
+    uint64_t muRFFrequency = kAbsent64;  // Hz x 2^20
     float mfGain1 = -1000.0f;
     float mfGain2 = -1000.0f;
 };
@@ -103,8 +105,8 @@ class DigitizerContext : public Packet {
  public:
     explicit DigitizerContext(ReferencePtr<utils::MemoryBlock> cBlock);
     bool mbChange = false;
-    uint64_t muBandwidth = 0;           // Hz x 2^20
-    uint64_t muRFFrequencyOffset = 0;   // Hz x 2^20
+    uint64_t muBandwidth = 0;          // Hz x 2^20
+    uint64_t muRFFrequencyOffset = 0;  // Hz x 2^20
     float mfReferenceLevel = -1000.0f;
     bool mbHasGNSS = false;
     GNSSFix mcGNSS;
@@ -116,7 +118,7 @@ class ExtensionContext : public Packet {
     bool mbChange = false;
     bool mbHasCaptureState = false;
     bool mbCaptureState = false;
-    uint32_t muStreamIdentifier = kAbsent32;   // of a capture, not of a packet
+    uint32_t muStreamIdentifier = kAbsent32;  // of a capture, not of a packet
     uint32_t muSweepIdentifier = kAbsent32;
 };
 
@@ -129,8 +131,9 @@ class IFData : public Packet {
     uint32_t peak() const { return muPeak; }
 
  protected:
-    IFData(ReferencePtr<utils::MemoryBlock> cBlock, uint32_t uItemsPerSample, bool bWordSamples);
-    const uint8_t* payload() const;
+    IFData(ReferencePtr<utils::MemoryBlock> cBlock, uint32_t uSamplesPerWord);
+    /// The first item, with the read position put on it; the sample count says how much is there.
+    const uint8_t* payload();
     uint32_t muSampleCount = 0;
     uint32_t muPeak = 0;
 };

@@ -1,15 +1,20 @@
 #pragma once
 
+#include <atomic>
 #include <vector>
 
 #include "links/protocol.h"
 #include "links/vita49zelvar.h"
 
 /// Finds the first byte of a stream ID of the dialect.
-class _findStreamID : public utils::MemoryBlock::PatternMatcher {
+class _findStreamID final : public utils::MemoryBlock::PatternMatcher {
  public:
     uint32_t match(uint8_t uByte, uint32_t uOffset) override;
+    /// Nothing matched so far: only kFirstByte can change that.
+    bool isIdle() const { return muMatched == 0; }
     uint32_t streamID() const { return muStreamID; }
+
+    static constexpr uint8_t kFirstByte = 0x90;
 
  private:
     uint32_t muMatched = 0;
@@ -32,6 +37,8 @@ class VITA49ZelvarProtocol : public Protocol, public Transport::Callback {
         virtual void handleIFDataI24(ReferencePtr<VITA49Zelvar::IFDataI24> cPacket) = 0;
     };
 
+    /// Registers itself with the transport as its last act. Nothing is read before the first counted pointer
+    /// holds the new object, so `makeReference<VITA49ZelvarProtocol>(transport)` misses no byte.
     explicit VITA49ZelvarProtocol(ReferencePtr<Transport> cTransport);
     ~VITA49ZelvarProtocol() override;
 
@@ -52,9 +59,14 @@ class VITA49ZelvarProtocol : public Protocol, public Transport::Callback {
     void clearBuffer();
 
  private:
-    void scan() REQUIRES(mcBufferLock);
-    bool findPacket(uint32_t& uStreamID, ReferencePtr<utils::MemoryBlock>& cPacket) REQUIRES(mcBufferLock);
+    void append(const uint8_t* pBytes, uint32_t uLength) REQUIRES(mcBufferLock);
+    /// Cuts the next packet out of the buffer; false when more bytes must come first.
+    bool takePacket(uint32_t& uStreamID, ReferencePtr<utils::MemoryBlock>& cPacket) REQUIRES(mcBufferLock);
+    uint32_t findStreamID(_findStreamID& cMatcher) const REQUIRES(mcBufferLock);
     void dispatch(uint32_t uStreamID, ReferencePtr<utils::MemoryBlock> cBlock);
+    template <typename PacketClass>
+    void deliver(void (Listener::*handle)(ReferencePtr<PacketClass>),
+                 ReferencePtr<utils::MemoryBlock> cBlock);
 
     utils::NamedLock mcBufferLock{"VITA49ZelvarProtocol::mcBufferLock"};
     utils::MemoryBlock mcBuffer GUARDED_BY(mcBufferLock);

@@ -28,6 +28,7 @@ class CommandChannel : public utils::ReferenceCountedObject {
     /// Asked between the steps of long waits, so that a stopped receiver thread leaves them early. What the
     /// test uses may end once another one, or none, has been set.
     void setStopTest(std::function<bool()> stopping);
+    bool isStopping() const { return mcStopping && mcStopping(); }
 
     /// False with no protocol.
     bool send(const std::string& text);

@@ -1,0 +1,169 @@
+#include "tools/session.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace cli {
+
+namespace {
+
+/// The library's detail comes as "T-0.0123sec: text"; "no information" when there is none.
+std::string takeDetail() {
+    char* pText = vnkGetDetailedStatus();
+    std::string detail = pText ? pText : "";
+    vnkDisposeString(&pText);
+    if (detail == "no information")
+        return {};
+    const auto uAt = detail.find("sec: ");
+    return detail.rfind("T-", 0) == 0 && uAt != std::string::npos ? detail.substr(uAt + 5) : detail;
+}
+
+/// "[0]\t-0.0001s message(libvnk code -2000) @file:12"
+bool splitNote(const std::string& line, std::string& message, int& code) {
+    const auto uText = line.find("s ");
+    const auto uCode = line.rfind("(libvnk code ");
+    if (line.empty() || line[0] != '[' || uText == std::string::npos || uCode == std::string::npos ||
+        uCode < uText + 2)
+        return false;
+    message = line.substr(uText + 2, uCode - uText - 2);
+    code = std::atoi(line.c_str() + uCode + std::strlen("(libvnk code "));
+    return true;
+}
+
+}  // namespace
+
+std::string explain(int32_t status) {
+    std::string text = vnkGetTextForStatus(status);
+    if (const std::string detail = takeDetail(); !detail.empty())
+        text += ": " + detail;
+    for (int32_t iNext = vnkGetNextStatus(); iNext != 0; iNext = vnkGetNextStatus())
+        if (iNext != status)
+            text += "; " + std::string(vnkGetTextForStatus(iNext));
+    return text;
+}
+
+std::string Session::version() {
+    char* pText = vnkGetVersion();
+    std::string version = pText ? pText : "";
+    vnkDisposeString(&pText);
+    return version;
+}
+
+uint32_t Session::addAddress(const std::string& address) {
+    if (const auto known = mcIndices.find(address); known != mcIndices.end())
+        return known->second;
+    const int32_t iStatus = vnkAddDeviceAddress(address.c_str());
+    if (iStatus != 0)
+        throw Failure(Exit::failure, address + ": " + explain(iStatus));
+    return mcIndices[address] = count(false) - 1;
+}
+
+uint32_t Session::count(bool search) {
+    uint32_t uCount = 0;
+    const int32_t iStatus = vnkEnumerateDevices(&uCount, search ? 1 : 0);
+    if (iStatus != 0)
+        throw Failure(Exit::failure, explain(iStatus));
+    return uCount;
+}
+
+std::string Session::describe(uint32_t index) {
+    Text text;
+    return vnkExamineDevice(index, text.out()) == 0 ? text.str() : std::string();
+}
+
+std::string Session::log() {
+    char* pText = vnkGetVerboseInternalErrorState(1000);
+    std::string log = pText ? pText : "";
+    vnkDisposeString(&pText);
+    return log;
+}
+
+std::vector<std::string> Session::failureNotes(size_t limit) {
+    const std::string text = log();
+    std::vector<std::string> notes;
+    size_t uFrom = 0;
+    while (uFrom < text.size() && notes.size() < limit) {
+        const auto uEnd = text.find("\r\n", uFrom);
+        std::string message;
+        int iCode = 0;
+        if (splitNote(text.substr(uFrom, uEnd - uFrom), message, iCode) && iCode < 0)
+            notes.insert(notes.begin(), message);
+        uFrom = uEnd == std::string::npos ? text.size() : uEnd + 2;
+    }
+    return notes;
+}
+
+Device::Device(Session& session, const std::string& address) : muIndex(session.addAddress(address)) {
+    const int32_t iStatus = vnkOpenDevice(muIndex, &muHandle);
+    if (iStatus == 0)
+        return;
+    std::string text = address + ": " + explain(iStatus);
+    for (const std::string& note : session.failureNotes())
+        text += "\n  " + note;
+    throw Failure(Exit::cannotOpen, text);
+}
+
+void Device::send(const std::string& command) {
+    const int32_t iStatus = vnkSendSCPI(muHandle, command.c_str());
+    if (iStatus != 0)
+        throw Failure(answers() ? Exit::failure : Exit::linkLost, command + ": " + explain(iStatus));
+}
+
+std::string Device::query(const std::string& query) {
+    Text reply;
+    const int32_t iStatus = vnkQuerySCPI(muHandle, query.c_str(), reply.out());
+    if (iStatus != 0)
+        throw Failure(answers() ? Exit::failure : Exit::linkLost, query + ": " + explain(iStatus));
+    return reply.str();
+}
+
+bool Device::answers() {
+    Text reply;
+    return vnkQuerySCPI(muHandle, "*IDN?", reply.out()) == 0;
+}
+
+std::string getParameters(uint32_t handle) {
+    Text text;
+    const int32_t iStatus = vnkGetParameters(handle, text.out());
+    if (iStatus != 0)
+        throw Failure(Exit::failure, explain(iStatus));
+    return text.str();
+}
+
+std::string getParameterInfo(uint32_t handle) {
+    Text text;
+    const int32_t iStatus = vnkGetParameterInfo(handle, text.out());
+    if (iStatus != 0)
+        throw Failure(Exit::failure, explain(iStatus));
+    return text.str();
+}
+
+void setParameters(uint32_t handle, const std::string& record) {
+    // The library consumes the text, and frees it as it frees its own.
+    char* pText = ::strdup(record.c_str());
+    const int32_t iStatus = vnkSetParameters(handle, &pText);
+    if (iStatus != 0)
+        throw Failure(Exit::failure, explain(iStatus));
+}
+
+bool readNumber(const std::string& record, const char* key, float& value) {
+    std::string copy = record;
+    char* pText = copy.data();
+    return vnkReadNumericParameter(&pText, key, &value) == 0;
+}
+
+IqStream::IqStream(double centreHz, double bandwidthHz, double referenceDbm) {
+    const int32_t iStatus =
+        vnkCreateIQStream(&muHandle, static_cast<float>(centreHz), static_cast<float>(bandwidthHz),
+                          static_cast<float>(referenceDbm));
+    if (iStatus != 0)
+        throw Failure(Exit::failure, explain(iStatus));
+}
+
+void IqStream::attach(const Device& device) {
+    const int32_t iStatus = vnkAttachStreamToDevice(muHandle, device.handle());
+    if (iStatus != 0)
+        throw Failure(Exit::failure, explain(iStatus));
+}
+
+}  // namespace cli

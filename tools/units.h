@@ -1,0 +1,28 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace cli {
+
+/// "98.1M", "2.4GHz", "9 kHz", "98100000" in hertz. A small m is refused: nobody tunes to millihertz.
+std::optional<double> parseFrequency(std::string_view text);
+/// "-30", "-30dBm", "-30 dBm".
+std::optional<double> parseLevel(std::string_view text);
+/// "3", "3dB".
+std::optional<double> parseGain(std::string_view text);
+/// "5", "0.5s", "200ms", "2min" in seconds.
+std::optional<double> parseDuration(std::string_view text);
+/// A plain decimal number, all of the text. Never infinite or NaN.
+std::optional<double> parseNumber(std::string_view text);
+
+/// "98.1 MHz": the value with its SI prefix, trailing zeros cut, at most `digits` significant ones.
+std::string formatSI(double value, std::string_view unit, int digits = 9);
+inline std::string formatFrequency(double hertz) {
+    return formatSI(hertz, "Hz");
+}
+/// A number with so many decimals, whatever the locale; "-" when it is not finite.
+std::string formatFixed(double value, int decimals);
+
+}  // namespace cli

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "simulator/faults.h"
@@ -82,7 +84,7 @@ struct UnitState {
     uint32_t iterations = 1;  ///< 0: endless
     uint32_t identifier = 0;  ///< of the newest capture
     uint64_t capturesStarted = 0;
-    uint64_t dataPackets = 0;  ///< handed to the network, all captures
+    uint64_t dataPackets = 0;  ///< made, all captures
     uint64_t samples = 0;
     unsigned scpiConnections = 0, dataConnections = 0;  ///< open now
     std::string pll, pps, timeSync, ntpServers, constellation;

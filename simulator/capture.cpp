@@ -1,0 +1,379 @@
+#include "simulator/capture.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "simulator/models.h"
+#include "simulator/voices.h"
+
+namespace vnksim {
+namespace {
+
+// A tone at the reference level stands so far below full scale.
+constexpr double kHeadroomdB = 12.7678;
+constexpr double kCountsPerFullScale = 8192;
+constexpr double kDitherCounts = 0.4;
+constexpr size_t kPart = 8192;
+constexpr double kIfHalfWidthHz = 26.5e6;
+constexpr double kRealTransitionHz = 1e6;
+// Slices of a real view end where the converter's band ends.
+constexpr double kDirectHighHz = 61.5e6;
+constexpr uint64_t kTickNs = 8;
+
+}  // namespace
+
+View viewOf(const CaptureStep& step, double referenceLevelDbm, bool mirrored) {
+    View view;
+    view.real = step.real();
+    view.rateHz = kAdcRateHz / (view.real ? 1 : step.decimation);
+    view.fullScaleDbm = referenceLevelDbm + kHeadroomdB;
+    if (step.directDigitization) {
+        view.lowHz = 0;
+        view.highHz = kDirectHighHz;
+        view.transitionHz = kRealTransitionHz;
+        return view;
+    }
+    view.mirrored = mirrored;
+    view.originHz = step.centreHz;
+    view.placeHz = view.real ? kIfHz : 0;
+    // Flat to 0.43 of the rate, nothing left at 0.5.
+    const double half = view.real ? kIfHalfWidthHz : 0.465 * view.rateHz;
+    view.lowHz = step.centreHz - half;
+    view.highHz = step.centreHz + half;
+    view.transitionHz = view.real ? kRealTransitionHz : 0.07 * view.rateHz;
+    return view;
+}
+
+/// What one capture carries from step to step.
+struct Capturer::Run {
+    const CapturePlan& plan;
+    std::shared_ptr<const Scene> scene;
+    UnitTime startTime;
+    std::chrono::steady_clock::time_point start;
+    bool mirrored;
+    PacketMaker maker{};
+    uint64_t ticks = 0;      ///< converter clocks since the start
+    uint64_t samples = 0;    ///< of all packets so far
+    uint64_t dataCount = 0;  ///< data packets made, for faults that count them
+    bool lossPending = false;
+    double lastReference = -1000;
+    uint64_t lastContextTicks = 0;
+    std::map<size_t, std::unique_ptr<Synthesizer>> synthesizers{};
+    std::vector<float> buffer{};
+    std::vector<std::shared_ptr<const std::vector<uint8_t>>> prepared{};
+    std::optional<Packet> held{};
+};
+
+Capturer::Capturer(const UnitOptions& options, Faults& faults, PacketQueue& queue)
+    : mcOptions(options),
+      mcFaults(faults),
+      mcQueue(queue),
+      mcNoise(std::make_shared<NoiseTable>(options.seed)),
+      mcScene(std::make_shared<Scene>()) {}
+
+Capturer::~Capturer() {
+    stopThread();
+}
+
+void Capturer::startThread() {
+    mbEnd = false;
+    mbCancel = false;
+    mcMode = "BLOCK";
+    mcThread = std::thread([this] { body(); });
+}
+
+void Capturer::stopThread() {
+    {
+        const std::scoped_lock lock(mcLock);
+        mbEnd = true;
+        mcNext.reset();
+        mbCancel = true;
+    }
+    mcChanged.notify_all();
+    mcQueue.stir();
+    if (mcThread.joinable()) {
+        mcThread.join();
+    }
+}
+
+void Capturer::cancelAndWait(std::unique_lock<std::mutex>& lock) {
+    if (mcNext) {  // not begun yet
+        mcNext.reset();
+        mbBusy = false;
+    }
+    if (mbBusy) {
+        mbCancel = true;
+        mcChanged.notify_all();
+        mcQueue.stir();
+        mcChanged.wait(lock, [this] { return !mbBusy; });
+    }
+}
+
+void Capturer::start(CapturePlan plan) {
+    {
+        std::unique_lock lock(mcLock);
+        cancelAndWait(lock);
+        mcMode = plan.list ? "SWEEPING" : "STREAMING";
+        mcNext = std::make_unique<CapturePlan>(std::move(plan));
+        mbBusy = true;
+        mbCancel = false;
+        ++muCaptures;
+    }
+    mcChanged.notify_all();
+}
+
+void Capturer::stop() {
+    const bool runsOn = mcFaults.snapshot().dataAfterStop;
+    {
+        std::unique_lock lock(mcLock);
+        mcMode = "BLOCK";
+        if (!runsOn) {
+            cancelAndWait(lock);
+        }
+    }
+    mcChanged.notify_all();
+}
+
+void Capturer::faultsChanged() {
+    const bool runsOn = mcFaults.snapshot().dataAfterStop;
+    const std::scoped_lock lock(mcLock);
+    if (!runsOn && mbBusy && mcMode == "BLOCK") {
+        mbCancel = true;
+        mcChanged.notify_all();
+        mcQueue.stir();
+    }
+}
+
+void Capturer::setScene(Scene scene) {
+    // The periods of FM stations are computed here, once, and not at each step of a sweep.
+    for (Emitter& emitter : scene.emitters) {
+        if (const auto* station = std::get_if<FmStation>(&emitter)) {
+            emitter = Recording{station->frequencyHz, station->levelDbm, fmWaveform(*station)};
+        }
+    }
+    const std::scoped_lock lock(mcLock);
+    mcScene = std::make_shared<Scene>(std::move(scene));
+}
+
+std::string Capturer::mode() const {
+    const std::scoped_lock lock(mcLock);
+    return mcMode;
+}
+
+bool Capturer::waitForMode(const std::string& mode, std::chrono::milliseconds limit) const {
+    std::unique_lock lock(mcLock);
+    return mcChanged.wait_for(lock, limit, [&] { return mcMode == mode; });
+}
+
+void Capturer::body() {
+    std::unique_lock lock(mcLock);
+    for (;;) {
+        mcChanged.wait(lock, [this] { return mcNext != nullptr || mbEnd; });
+        if (mbEnd) {
+            mbBusy = false;
+            mcChanged.notify_all();
+            return;
+        }
+        const std::unique_ptr<CapturePlan> plan = std::move(mcNext);
+        const auto scene = mcScene;
+        lock.unlock();
+        run(*plan, scene);
+        lock.lock();
+        mbBusy = mcNext != nullptr;
+        if (!mbBusy && !mbCancel) {
+            mcMode = "BLOCK";
+        }
+        mcChanged.notify_all();
+    }
+}
+
+void Capturer::run(const CapturePlan& plan, std::shared_ptr<const Scene> scene) {
+    const auto since = std::chrono::system_clock::now().time_since_epoch();
+    const auto ns =
+        static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(since).count());
+    Run run{plan, std::move(scene),
+            UnitTime{static_cast<uint32_t>(ns / 1000000000u), ns % 1000000000u * 1000u},
+            std::chrono::steady_clock::now(), mcFaults.snapshot().spectralInversion};
+    for (uint32_t pass = 0; plan.iterations == 0 || pass < plan.iterations; ++pass) {
+        for (size_t index = 0; index < plan.steps.size(); ++index) {
+            if (!runStep(run, index)) {
+                return;
+            }
+        }
+    }
+    if (run.held) {
+        mcQueue.push(std::move(*run.held), [this] { return cancelled(); });
+    }
+}
+
+bool Capturer::runStep(Run& run, size_t index) {
+    const CaptureStep& step = run.plan.steps[index];
+    // Sample numbers of the step count from the start of the capture, so the step begins on one of them.
+    const uint64_t grid = step.real() ? 1 : step.decimation;
+    run.ticks = (run.ticks + grid - 1) / grid * grid;
+    if (!sendContexts(run, step, run.samples == 0)) {
+        return false;
+    }
+    constexpr size_t kKept = 16;
+    auto& kept = run.synthesizers[index % kKept];
+    if (!kept || run.plan.steps.size() > kKept) {
+        const double level = referenceLevelDbm(mcOptions.model, step.gain1, step.gain2, step.attenuation);
+        kept = std::make_unique<Synthesizer>(*run.scene, viewOf(step, level, run.mirrored), mcNoise,
+                                             mcOptions.dither ? kDitherCounts / kCountsPerFullScale : 0);
+    }
+    for (uint32_t packet = 0; step.packets == 0 || packet < step.packets; ++packet) {
+        constexpr uint64_t kContextTicks = 125000000;
+        if (packet > 0 && run.ticks - run.lastContextTicks >= kContextTicks &&
+            !sendContexts(run, step, false)) {
+            return false;
+        }
+        if (!sendData(run, step, *kept)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Capturer::sendContexts(Run& run, const CaptureStep& step, bool first) {
+    const FaultSettings faults = mcFaults.snapshot();
+    const UnitTime time = run.startTime.plus(run.ticks);
+    const auto push = [&](Packet packet) {
+        return mcQueue.push(std::move(packet), [this] { return cancelled(); });
+    };
+    const double front = (step.gain1 ? 10.0 : 0.0) + (step.gain2 ? 10.0 : 0.0);
+    const double rf = step.directDigitization ? 0 : step.centreHz;
+    if (!push(run.maker.receiverContext(time, rf, front, -static_cast<double>(step.attenuation)))) {
+        return false;
+    }
+    const double level = referenceLevelDbm(mcOptions.model, step.gain1, step.gain2, step.attenuation);
+    const bool due = run.ticks - run.lastContextTicks >= 125000000;
+    if (first || due || level != run.lastReference) {
+        const GnssFix fix{time,
+                          static_cast<float>(mcOptions.latitude),
+                          static_cast<float>(mcOptions.longitude),
+                          static_cast<float>(mcOptions.altitude),
+                          0,
+                          0,
+                          0,
+                          -12.86f};
+        const double bandwidth = step.directDigitization ? 50e6
+                                 : step.real()           ? 40e6
+                                                         : 0.85 * kAdcRateHz / step.decimation;
+        const bool fitted = findModel(mcOptions.model)->gnss;
+        if (!push(run.maker.digitizerContext(time, bandwidth, 0, level, fitted ? &fix : nullptr))) {
+            return false;
+        }
+        run.lastReference = level;
+        run.lastContextTicks = run.ticks;
+    }
+    if (first && !faults.identifierMissing) {
+        const uint32_t identifier = run.plan.identifier + static_cast<uint32_t>(faults.identifierOffset);
+        const uint32_t* sweep = run.plan.list ? &identifier : nullptr;
+        const uint32_t* stream = run.plan.list && faults.sweepIdentifierOnly ? nullptr : &identifier;
+        return push(run.maker.extensionContext(time, stream, sweep));
+    }
+    return true;
+}
+
+std::shared_ptr<const std::vector<uint8_t>> Capturer::makePayload(Run& run, const CaptureStep& step,
+                                                                  Synthesizer& synthesizer, bool& overRange) {
+    const uint32_t count = step.samplesPerPacket;
+    const bool endless = step.packets == 0;
+    if (endless && mcOptions.preSynthesise > 0 && run.prepared.size() >= mcOptions.preSynthesise) {
+        return run.prepared[run.dataCount % run.prepared.size()];
+    }
+    const size_t width = step.real() ? 1 : 2;
+    const uint64_t firstSample = run.ticks / (step.real() ? 1 : step.decimation);
+    auto payload = std::make_shared<std::vector<uint8_t>>(count * width * 2);
+    run.buffer.resize(kPart * width);
+    for (uint32_t done = 0; done < count; done += static_cast<uint32_t>(kPart)) {
+        if (cancelled()) {
+            return nullptr;
+        }
+        const size_t part = std::min<size_t>(count - done, kPart);
+        synthesizer.read(firstSample + done, part, run.buffer.data());
+        overRange = kernels::quantise(payload->data() + done * width * 2, run.buffer.data(), part * width) ||
+                    overRange;
+    }
+    if (endless && mcOptions.preSynthesise > 0) {
+        run.prepared.push_back(payload);
+    }
+    return payload;
+}
+
+bool Capturer::sendData(Run& run, const CaptureStep& step, Synthesizer& synthesizer) {
+    FaultSettings faults = mcFaults.snapshot();
+    const uint64_t ticksPerSample = step.real() ? 1 : step.decimation;
+    if (faults.loseSamplesOnce > 0) {
+        run.ticks += faults.loseSamplesOnce * ticksPerSample;
+        run.lossPending = true;
+        mcFaults.change([](FaultSettings& now) { now.loseSamplesOnce = 0; });
+    }
+    bool overRange = false;
+    auto payload = makePayload(run, step, synthesizer, overRange);
+    if (!payload) {
+        return false;
+    }
+    const bool mirrored = run.mirrored && !step.directDigitization;
+    uint32_t bits = trailer::kValidDataEnable | trailer::kValidData | trailer::kReferenceLockEnable |
+                    trailer::kReferenceLock | trailer::kInversionEnable | trailer::kOverRangeEnable |
+                    trailer::kSampleLossEnable;
+    bits |= (mirrored ? trailer::kInversion : 0) | (overRange ? trailer::kOverRange : 0) |
+            (run.lossPending ? trailer::kSampleLoss : 0);
+    bits = (bits & ~faults.trailerClear) | faults.trailerSet;
+    run.lossPending = false;
+    const int sizeOffset = faults.sizeFieldOffset + faults.sizeFieldOffsetOnce;
+    if (faults.sizeFieldOffsetOnce != 0) {
+        mcFaults.change([](FaultSettings& now) { now.sizeFieldOffsetOnce = 0; });
+    }
+    Packet packet =
+        run.maker.data(step.real() ? StreamId::dataI14 : StreamId::dataIQ14, run.startTime.plus(run.ticks),
+                       std::move(payload), step.samplesPerPacket, bits, sizeOffset);
+    run.ticks += step.samplesPerPacket * ticksPerSample;
+    run.samples += step.samplesPerPacket;
+    ++run.dataCount;
+    return waitUntilDue(run) && pushData(run, faults, std::move(packet));
+}
+
+bool Capturer::pushData(Run& run, const FaultSettings& faults, Packet packet) {
+    const auto push = [this](Packet sent) {
+        ++muDataPackets;
+        muSamples += sent.samples;
+        return mcQueue.push(std::move(sent), [this] { return cancelled(); });
+    };
+    if (faults.dropOnce > 0) {
+        mcFaults.change([](FaultSettings& now) { now.dropOnce -= now.dropOnce > 0 ? 1 : 0; });
+        return true;
+    }
+    if (faults.dropEvery > 0 && run.dataCount % faults.dropEvery == 0) {
+        return true;
+    }
+    if (run.held) {
+        Packet earlier = std::move(*run.held);
+        run.held.reset();
+        return push(std::move(packet)) && push(std::move(earlier));
+    }
+    if (faults.swapOnce) {
+        mcFaults.change([](FaultSettings& now) { now.swapOnce = false; });
+        run.held = std::move(packet);
+        return true;
+    }
+    return push(std::move(packet));
+}
+
+bool Capturer::waitUntilDue(const Run& run) {
+    auto due = run.start;
+    if (mcOptions.pace == Pace::realTime) {
+        due += std::chrono::nanoseconds(run.ticks * kTickNs);
+    } else if (mcOptions.pace == Pace::limited && mcOptions.rateLimit > 0) {
+        const double ns = static_cast<double>(run.samples) * 1e9 / mcOptions.rateLimit;
+        due += std::chrono::nanoseconds(static_cast<int64_t>(ns));
+    } else {
+        return !cancelled();
+    }
+    std::unique_lock lock(mcLock);
+    mcChanged.wait_until(lock, due, [this] { return cancelled(); });
+    return !cancelled();
+}
+
+}  // namespace vnksim

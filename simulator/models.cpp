@@ -1,0 +1,47 @@
+#include "simulator/models.h"
+
+#include "simulator/unit.h"
+
+namespace vnksim {
+namespace {
+
+// The highest frequencies are those of 32-bit floats, in which host programs compute.
+constexpr double k27GHz = 27000000512.0, k18GHz = 17999998976.0, k8GHz = 8e9;
+
+constexpr Model kModels[] = {
+    {"ZV350-C", k27GHz, true, true, true},   {"ZV350-B", k18GHz, true, true, true},
+    {"ZV350-A", k8GHz, false, false, true},  {"ZV300-C", k27GHz, true, true, true},
+    {"ZV300-B", k18GHz, true, true, true},   {"ZV300-A", k8GHz, false, false, true},
+    {"ZV150-C", k27GHz, true, true, false},  {"ZV150-B", k18GHz, true, true, false},
+    {"ZV150-A", k8GHz, false, false, false}, {"ZV100-C", k27GHz, true, true, false},
+    {"ZV100-B", k18GHz, true, true, false},  {"ZV100-AP", k8GHz, false, true, false},
+    {"ZV100-A", k8GHz, false, false, false},
+};
+
+}  // namespace
+
+const Model* findModel(const std::string& name) {
+    for (const Model& model : kModels) {
+        if (name == model.name) {
+            return &model;
+        }
+    }
+    return nullptr;
+}
+
+std::vector<std::string> modelNames() {
+    std::vector<std::string> names;
+    for (const Model& model : kModels) {
+        names.emplace_back(model.name);
+    }
+    return names;
+}
+
+double referenceLevelDbm(const std::string& model, bool gain1, bool gain2, unsigned attenuation) {
+    const Model* row = findModel(model);
+    const bool stages = row != nullptr && row->gainStages;
+    const double lost = stages ? (gain1 ? 0.0 : 10.0) + (gain2 ? 0.0 : 10.0) : 0.0;
+    return -20.0 + lost + static_cast<double>(attenuation);
+}
+
+}  // namespace vnksim

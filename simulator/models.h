@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace vnksim {
+
+/// What differs between the models.
+struct Model {
+    const char* name;
+    double highestHz;
+    bool gainStages;
+    bool variableAttenuator;  ///< 0 to 30 dB in steps of 1; otherwise 0, 10, 20, 30
+    bool gnss;
+};
+
+inline constexpr double kLowestHz = 9000;
+inline constexpr double kAdcRateHz = 125e6;
+inline constexpr double kIfHz = 35e6;
+inline constexpr uint32_t kLeastDecimation = 4, kMostDecimation = 1024;
+
+/// Null when there is no such model.
+const Model* findModel(const std::string& name);
+
+}  // namespace vnksim

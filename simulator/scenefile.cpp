@@ -1,0 +1,99 @@
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "simulator/scene.h"
+
+namespace vnksim {
+namespace {
+
+using Json = nlohmann::json;
+
+double number(const Json& item, const char* key) {
+    if (!item.contains(key) || !item[key].is_number()) {
+        throw std::runtime_error(std::string("'") + key + "' must be a number");
+    }
+    return item[key].get<double>();
+}
+
+double numberOr(const Json& item, const char* key, double otherwise) {
+    return item.contains(key) ? number(item, key) : otherwise;
+}
+
+std::string word(const Json& item, const char* key) {
+    if (!item.contains(key) || !item[key].is_string()) {
+        throw std::runtime_error(std::string("'") + key + "' must be a text");
+    }
+    return item[key].get<std::string>();
+}
+
+std::vector<AudioTone> audioTones(const Json& item, const char* amount) {
+    std::vector<AudioTone> tones;
+    if (item.contains("audio")) {
+        for (const Json& tone : item["audio"]) {
+            tones.push_back({number(tone, "frequencyHz"), number(tone, amount)});
+        }
+    }
+    return tones;
+}
+
+Recording recording(const Json& item, const std::filesystem::path& folder) {
+    const std::filesystem::path path = folder / word(item, "file");
+    return {number(item, "frequencyHz"), number(item, "levelDbm"),
+            readRecording(path.string(), word(item, "format"), number(item, "rateHz"))};
+}
+
+Emitter emitter(const Json& item, const std::filesystem::path& folder) {
+    const std::string type = word(item, "type");
+    if (type == "recording") {
+        return recording(item, folder);
+    }
+    const double frequency = number(item, "frequencyHz");
+    const double level = number(item, "levelDbm");
+    if (type == "tone") {
+        return Tone{frequency, level, numberOr(item, "phaseTurns", 0)};
+    }
+    if (type == "fm") {
+        return FmStation{frequency, level, audioTones(item, "deviationHz")};
+    }
+    if (type == "am") {
+        return AmStation{frequency, level, audioTones(item, "depth")};
+    }
+    if (type == "burst") {
+        return Burst{frequency,
+                     level,
+                     numberOr(item, "startSec", 0),
+                     number(item, "onSec"),
+                     number(item, "periodSec"),
+                     numberOr(item, "rampSec", 5e-6)};
+    }
+    throw std::runtime_error("unknown emitter type '" + type + "'");
+}
+
+}  // namespace
+
+Scene readScene(const std::string& path) {
+    std::ifstream file(path);
+    if (!file) {
+        throw std::runtime_error(path + ": cannot be opened");
+    }
+    Scene scene;
+    size_t place = 0;
+    try {
+        const Json json = Json::parse(file);
+        if (json.contains("noiseDbmPerHz")) {
+            scene.noise(number(json, "noiseDbmPerHz"));
+        }
+        for (const Json& item : json.value("emitters", Json::array())) {
+            ++place;
+            scene.add(emitter(item, std::filesystem::path(path).parent_path()));
+        }
+    } catch (const std::exception& error) {
+        const std::string where = place > 0 ? ": emitter " + std::to_string(place) : std::string();
+        throw std::runtime_error(path + where + ": " + error.what());
+    }
+    return scene;
+}
+
+}  // namespace vnksim

@@ -1,0 +1,139 @@
+#include "simulator/unit.h"
+
+#include <stdexcept>
+
+#include "simulator/capture.h"
+#include "simulator/dataserver.h"
+#include "simulator/instrument.h"
+#include "simulator/models.h"
+#include "simulator/scpiserver.h"
+
+namespace vnksim {
+namespace {
+
+UnitOptions checked(UnitOptions options) {
+    if (findModel(options.model) == nullptr) {
+        throw std::invalid_argument("unknown model '" + options.model + "'");
+    }
+    return options;
+}
+
+}  // namespace
+
+class Unit::Impl {
+ public:
+    Impl(UnitOptions options, Scene scene)
+        : mcOptions(checked(std::move(options))),
+          mcQueue(mcOptions.queuedPackets),
+          mcCapturer(mcOptions, mcFaults, mcQueue),
+          mcInstrument(mcOptions, mcFaults, mcCapturer, mcQueue),
+          mcScpi(mcOptions, mcFaults, mcJournal, mcInstrument),
+          mcData(mcOptions, mcFaults, mcQueue) {
+        mcCapturer.setScene(std::move(scene));
+        mcScpi.onDeath([this](std::optional<Death> death) { mcData.setDeath(death); });
+        mcFaults.onChange([this] {
+            mcScpi.wake();
+            mcData.wake();
+            mcCapturer.faultsChanged();
+        });
+    }
+    ~Impl() { stop(); }
+
+    void start() {
+        if (mbRunning) {
+            return;
+        }
+        mcInstrument.reset();
+        mcQueue.clear();
+        try {
+            mcData.start();
+            mcScpi.start();
+        } catch (...) {
+            mcScpi.stop();
+            mcData.stop();
+            throw;
+        }
+        mcCapturer.startThread();
+        mbRunning = true;
+    }
+
+    void stop() {
+        mcScpi.stop();
+        mcCapturer.stopThread();
+        mcData.stop();
+        mcQueue.clear();
+        mbRunning = false;
+    }
+
+    UnitState state() const {
+        UnitState state = mcInstrument.state();
+        state.captureMode = mcCapturer.mode();
+        state.capturesStarted = mcCapturer.captures();
+        state.dataPackets = mcCapturer.dataPackets();
+        state.samples = mcCapturer.samples();
+        state.scpiConnections = mcScpi.connections();
+        state.dataConnections = mcData.connections();
+        return state;
+    }
+
+    const UnitOptions mcOptions;
+    Faults mcFaults;
+    Journal mcJournal;
+    PacketQueue mcQueue;
+    Capturer mcCapturer;
+    Instrument mcInstrument;
+    ScpiServer mcScpi;
+    DataServer mcData;
+    std::atomic<bool> mbRunning{false};
+};
+
+Unit::Unit(UnitOptions options, Scene scene)
+    : mpImpl(std::make_unique<Impl>(std::move(options), std::move(scene))) {}
+
+Unit::~Unit() = default;
+
+void Unit::start() {
+    mpImpl->start();
+}
+
+void Unit::stop() {
+    mpImpl->stop();
+}
+
+bool Unit::running() const {
+    return mpImpl->mbRunning;
+}
+
+const UnitOptions& Unit::options() const {
+    return mpImpl->mcOptions;
+}
+
+Faults& Unit::faults() {
+    return mpImpl->mcFaults;
+}
+
+Journal& Unit::journal() {
+    return mpImpl->mcJournal;
+}
+
+UnitState Unit::state() const {
+    return mpImpl->state();
+}
+
+void Unit::setScene(Scene scene) {
+    mpImpl->mcCapturer.setScene(std::move(scene));
+}
+
+void Unit::setCorrections(CorrectionData corrections) {
+    mpImpl->mcInstrument.setCorrections(std::move(corrections));
+}
+
+void Unit::pushError(int number, const std::string& text) {
+    mpImpl->mcInstrument.pushError({number, text});
+}
+
+bool Unit::waitForMode(const std::string& mode, std::chrono::milliseconds limit) const {
+    return mpImpl->mcCapturer.waitForMode(mode, limit);
+}
+
+}  // namespace vnksim

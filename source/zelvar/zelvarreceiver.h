@@ -1,5 +1,8 @@
 #pragma once
 
+#include <memory>
+
+#include "flows/iqframesink.h"
 #include "foundations/guardedreference.h"
 #include "foundations/thread.h"
 #include "links/zelvar-vita49protocol.h"
@@ -60,11 +63,18 @@ class ZelvarReceiver final : public ReceiverDevice,
     void run() override;
 
  private:
-    bool _open(const std::string& host, const std::string& connectionType, bool bHiSLIP);
-    bool openRaw(const std::string& host);
+    void openUnit(bool bHiSLIP);
+    bool _open(bool bHiSLIP);
+    bool openRaw();
     bool identify();
     void readOptions();
-    void attachStream(ReferencePtr<IQFrameSink> cSink, ErrorList& lMessages);
+    void readCorrectionData();
+    bool startLate();
+    void letGoOfLink();
+    void handToEngines(const ReferencePtr<VITA49ZelvarProtocol>& cProtocol);
+    void attachStream(const ReferencePtr<IQFrameSink>& cSink, ErrorList& lMessages);
+    bool refusesAdaptation(const utils::VariantRecord& cParameters, ErrorList& lMessages);
+    ReferencePtr<ZelvarReceiver> holdSelf();
     template <typename Call>
     void dispatch(const char* pUnexpected, Call call);
 
@@ -74,17 +84,22 @@ class ZelvarReceiver final : public ReceiverDevice,
     void wake() override;
     bool inhibitsContinuousSweep() const override;
 
-    GuardedReference<VITA49ZelvarProtocol> mcDataProtocol;
+    using DataLink = GuardedReference<VITA49ZelvarProtocol>;
+
+    DataLink mcDataProtocol;
+    // The engines' view of it, of which they hold a share: an engine may outlive the receiver for a moment.
+    std::shared_ptr<DataLink> mcEngineLink;
     ReferencePtr<CommandChannel> mcChannel;
     ReferencePtr<EngineContext> mcContext;
-    std::string mcHost;
     std::atomic<bool> mbOpen{false};
     std::atomic<bool> mbI14Seen{false};
     std::atomic<bool> mbInhibitContinuousSweep{false};
     bool mbOption003 = false;
+    // Written during the opening, only read afterwards.
     ModelRecord mcModel{};
+    utils::VariantRecord mcStoredParameters;
     std::unique_ptr<ZelvarStatus> mcStatus;
     ReferencePtr<_IFBWFlatten> mcFlatten;
     EngineScheduler mcScheduler;
-    utils::Barrier mcWakeBarrier;
+    utils::NamedLock mcReopenLock{"ZelvarReceiver::mcReopenLock"};   // one reopen at a time
 };

@@ -28,6 +28,7 @@ class CommandChannel : public utils::ReferenceCountedObject {
     /// Asked between the steps of long waits, so that a stopped receiver thread leaves them early. What the
     /// test uses may end once another one, or none, has been set.
     void setStopTest(std::function<bool()> stopping);
+    bool isStopping();
     bool isStopping() const { return mcStopping && mcStopping(); }
 
     /// False with no protocol.
@@ -49,7 +50,6 @@ class CommandChannel : public utils::ReferenceCountedObject {
     /// A query that leaves the judgement of its reply, and so the stamp, to the caller.
     std::string ask(const std::string& text);
     bool reopenTransport();
-    bool isStopping();
 
     GuardedReference<SCPIProtocol> mcProtocol;
     ReferencePtr<LinkWatch> mcWatch;

@@ -9,6 +9,9 @@ class ReceiverEngine : public utils::ReferenceCountedObject, public FrameSource 
     using FrameSource::FrameSource;
     utils::ReferenceCountedObject* countedSelf() override { return this; }
     virtual bool serves(const FrameSink* pSink) const = 0;
+    /// Becomes the source of the stream that it serves; once the engine is listed, outside the lists' lock.
+    virtual void takeInStream() {}
+    // A null sink in parametersChanged means the stream served.
 };
 
 class IQEngine : public ReceiverEngine {

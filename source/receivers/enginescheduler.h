@@ -20,11 +20,11 @@ class EngineHost {
 
 /// Log texts that differ between the families.
 struct SchedulerWords {
-    const char* mpLockName;            // "ZelvarReceiver::mcEnginesLock"
-    const char* mpIQHaltCompleted;     // "Zelvar::run mcActiveIQ halt sequence completed"
-    const char* mpIQProcessEnded;      // "Zelvar::run mcActiveIQ->process returns false"
-    const char* mpDetachIQCalled;      // "::_detachIQStream called..."
-    const char* mpDetachIQNull;        // "...called with null stream"
+    const char* mpLockName;         // "ZelvarReceiver::mcEnginesLock"
+    const char* mpIQHaltCompleted;  // "Zelvar::run mcActiveIQ halt sequence completed"
+    const char* mpIQProcessEnded;   // "Zelvar::run mcActiveIQ->process returns false"
+    const char* mpDetachIQCalled;   // "::_detachIQStream called..."
+    const char* mpDetachIQNull;     // "...called with null stream"
 };
 
 /// Decides which single engine of a receiver has the radio, starts it and lets it run. IQ pre-empts sweeps,
@@ -66,6 +66,9 @@ class EngineScheduler {
     void passIQ(const ReferencePtr<IQEngine>& cEngine);
     void passSweep(const ReferencePtr<SweepEngine>& cEngine, bool bSolo);
     void passIdle();
+    bool startIQ(const ReferencePtr<IQEngine>& cEngine);
+    void stopSweep(const ReferencePtr<SweepEngine>& cSweep);
+    void finishSweep(const ReferencePtr<SweepEngine>& cEngine);
     void haltIQ(const ReferencePtr<IQEngine>& cEngine);
     bool _removeIQEngine(const ReferencePtr<IQEngine>& cEngine);
 

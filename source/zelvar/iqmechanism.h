@@ -1,18 +1,70 @@
 #pragma once
 
-#include "flows/iqframesink.h"
-#include "links/zelvar-vita49protocol.h"
-#include "receivers/engine.h"
-#include "zelvar/modeltable.h"
+#include <functional>
 
-class EngineContext;
+#include "flows/iqconversion.h"
+#include "links/zelvar-vita49protocol.h"
+#include "receivers/iqengine.h"
+#include "zelvar/iqplan.h"
+#include "zelvar/modeltable.h"
 
 /// What the packets of the first family are handed to; implemented by its engines.
 using ZelvarPacketListener = VITA49ZelvarProtocol::Listener;
 
-/// Makes the engine for an IQ stream. `dataProtocol` gives the present data protocol, null while there is none.
-ReferencePtr<IQEngine> makeZelvarIQEngine(ReferencePtr<EngineContext> cContext, ReferencePtr<IQFrameSink> cStream,
-                                          const ModelRecord& cModel, const struct StreamRanges& cRanges,
+/// A capture with what its packets are decoded by. The last three fields belong to the polling thread.
+class ZelvarIQCapture : public IQCapture {
+ public:
+    IQPlan mcPlan;
+    IQConversion mcConversion;
+    std::optional<float> mcGainReference;
+    float mfGain = 0.0f;
+
+    /// Full scale of the digitizer to square roots of milliwatts; in single precision, computed once for a
+    /// reference level.
+    float gainFor(float fDigitizerReference);
+};
+
+/// The IQ engine of the first family: decimated captures come as complex packets, captures at full rate as
+/// real ones that are converted here.
+class _IQMechanism final : public IQCaptureEngine, public ZelvarPacketListener {
+ public:
+    using DataProtocol = std::function<ReferencePtr<VITA49ZelvarProtocol>()>;
+
+    _IQMechanism(ReferencePtr<EngineContext> cContext, ReferencePtr<IQFrameSink> cStream,
+                 const ModelRecord& cModel, const StreamRanges& cRanges, DataProtocol dataProtocol);
+    ~_IQMechanism() override;
+
+    // ZelvarPacketListener, on the polling thread
+    void handleReceiverContext(ReferencePtr<VITA49Zelvar::ReceiverContext> cPacket) override;
+    void handleDigitizerContext(ReferencePtr<VITA49Zelvar::DigitizerContext> cPacket) override;
+    void handleExtensionContext(ReferencePtr<VITA49Zelvar::ExtensionContext> cPacket) override;
+    void handleIFDataIQ14(ReferencePtr<VITA49Zelvar::IFDataIQ14> cPacket) override;
+    /// Asserts on a packet of another length than the conversion takes.
+    void handleIFDataI14(ReferencePtr<VITA49Zelvar::IFDataI14> cPacket) override;
+    void handleIFDataI24(ReferencePtr<VITA49Zelvar::IFDataI24>) override {}
+
+ protected:
+    ReferencePtr<IQCapture> plan(const IQRequest& cRequest) override;
+    void drainInput() override;
+
+ private:
+    ReferencePtr<ZelvarIQCapture> validCapture(const char* pWhenInvalid);
+    static void applyTrailer(IQFrame& cFrame, IQCapture& cCapture, const VITA49Zelvar::Packet& cPacket);
+    ReferencePtr<IOnlyFrame> _interpretI14(ZelvarIQCapture& cCapture,
+                                           const ReferencePtr<VITA49Zelvar::IFDataI14>& cI14);
+
+    ModelRecord mcModel;
+    StreamRanges mcPlanRanges;
+    DataProtocol mcDataProtocol;
+    std::atomic<float> mfReportedTuningHz{0.0f};
+    std::atomic<float> mfDigitizerReference{-30.0f};
+};
+
+/// Makes the engine for an IQ stream. `dataProtocol` gives the present data protocol, null while there is
+/// none.
+ReferencePtr<IQEngine> makeZelvarIQEngine(ReferencePtr<EngineContext> cContext,
+                                          ReferencePtr<IQFrameSink> cStream, const ModelRecord& cModel,
+                                          const StreamRanges& cRanges,
                                           std::function<ReferencePtr<VITA49ZelvarProtocol>()> dataProtocol);
 /// The packet side of an engine made above.
 ZelvarPacketListener* packetListener(IQEngine& cEngine);

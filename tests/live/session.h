@@ -5,6 +5,7 @@
 #include <complex>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "api/text.h"
@@ -82,6 +83,7 @@ class Frame {
         free();
         return &mpRecord;
     }
+    vnkIQRecord* release() { return std::exchange(mpRecord, nullptr); }
     const vnkIQRecord* operator->() const { return mpRecord; }
     const std::complex<float>* samples() const {
         return reinterpret_cast<const std::complex<float>*>(mpRecord->samples);

@@ -113,6 +113,9 @@ ReferencePtr<utils::MemoryBlock> socketReceive(SocketRecord& cRecord, uint32_t u
             noteFailure(cRecord, "Socket FD:%d - recv error %d ", -1008, cDescriptor->get(), iError);
         return nullptr;
     }
+    // The system tells a failure once and then the end of the stream; for us a failed socket stays failed.
+    if (iCount == 0 && uRoom != 0 && cRecord.mbFailed.load(std::memory_order_relaxed))
+        return nullptr;
     cBlock->advanceWritePosition(static_cast<uint32_t>(iCount));
     return cBlock;
 }

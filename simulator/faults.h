@@ -34,10 +34,12 @@ struct FaultSettings {
     unsigned replySegmentBytes = 0;  ///< replies are cut into segments of so many bytes
     std::map<std::string, std::string> wrongReplies;  ///< command text -> reply, sent as it stands plus LF
     std::vector<PlantedError> errors;
-    /// The lock is refused: "never" granted, or until an "abort", a "rst" or a "reconnect" has come.
+    /// The lock is refused: "never" granted, or until an "abort", a "rst" or a "reconnect" has come,
+    /// which also empties this text.
     std::string lockRefusedUntil;
-    std::string stuckMode;           ///< capture mode that is reported in place of the real one
-    unsigned stuckFreedAtReset = 0;  ///< the n-th *RST or ABORT frees it; 0: none does
+    std::string stuckMode;  ///< capture mode that is reported in place of the real one
+    unsigned stuckFreedAtReset =
+        0;  ///< the n-th *RST or ABORT from now frees it (counted down); 0: none does
     bool scpiNotListening = false;
     bool dataNotListening = false;
     bool closeScpiOnce = false;

@@ -107,7 +107,6 @@ void Instrument::reset() {
     const std::scoped_lock lock(mcLock);
     resetSettings();
     mlErrors.clear();
-    muResets = 0;
 }
 
 void Instrument::connectionOpened() {
@@ -124,10 +123,12 @@ void Instrument::resetSeen(const char* kind) {
     if (std::string_view(kind) == "reconnect") {
         return;
     }
-    muResets = faults.stuckMode.empty() ? 0 : muResets + 1;
-    if (!faults.stuckMode.empty() && faults.stuckFreedAtReset > 0 && muResets >= faults.stuckFreedAtReset) {
-        mcFaults.change([](FaultSettings& now) { now.stuckMode.clear(); });
-        muResets = 0;
+    if (!faults.stuckMode.empty() && faults.stuckFreedAtReset > 0) {
+        mcFaults.change([](FaultSettings& now) {
+            if (now.stuckFreedAtReset > 0 && --now.stuckFreedAtReset == 0) {
+                now.stuckMode.clear();
+            }
+        });
     }
 }
 

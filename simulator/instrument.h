@@ -175,7 +175,6 @@ class Instrument {
     UnitState mcState;
     SweepEntry mcEdited;
     CorrectionData mcCorrections;
-    unsigned muResets = 0;  ///< *RST and ABORT seen while the mode was stuck
 };
 
 }  // namespace vnksim

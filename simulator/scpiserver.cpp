@@ -58,7 +58,9 @@ void ScpiServer::body() {
         openPorts(faults);
         closeOnFault(faults);
         poll(faults);
+        // A change made while this thread waited counts for the lines that came with it.
         faults = mcFaults.snapshot();
+        reviveOnChange(faults);
         for (size_t i = 0; i < mlConnections.size(); ++i) {
             Connection& connection = mlConnections[i];
             if (connection.late && Clock::now() >= connection.due) {
@@ -168,6 +170,7 @@ void ScpiServer::accept() {
 void ScpiServer::read(Connection& connection) {
     char buffer[16384];
     const ssize_t got = ::recv(connection.socket.get(), buffer, sizeof buffer, 0);
+    acknowledgeAtOnce(connection.socket);
     if (got > 0) {
         connection.input.append(buffer, static_cast<size_t>(got));
         if (connection.input.size() > kLongestLine) {

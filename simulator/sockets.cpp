@@ -79,6 +79,11 @@ void resetOnClose(const Descriptor& socket) {
     ::setsockopt(socket.get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
 }
 
+void acknowledgeAtOnce(const Descriptor& socket) {
+    const int on = 1;
+    ::setsockopt(socket.get(), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
+}
+
 bool peerHasLeft(const Descriptor& socket) {
     char byte = 0;
     const ssize_t got = ::recv(socket.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);

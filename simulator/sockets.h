@@ -36,6 +36,9 @@ Descriptor bindUdp(const std::string& address, uint16_t port);
 Descriptor acceptTcp(const Descriptor& listener, int sendBufferBytes);
 /// Makes the close of this socket a reset.
 void resetOnClose(const Descriptor& socket);
+/// Sends the acknowledgement of what was received now: a client that writes a command and then a query would
+/// otherwise have its query held back by its own system for some 40 ms.
+void acknowledgeAtOnce(const Descriptor& socket);
 /// True when the peer has ended the connection.
 bool peerHasLeft(const Descriptor& socket);
 

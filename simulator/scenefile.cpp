@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "simulator/scene.h"
+#include "simulator/voices.h"
 
 namespace vnksim {
 namespace {
@@ -55,7 +56,10 @@ Emitter emitter(const Json& item, const std::filesystem::path& folder) {
         return Tone{frequency, level, numberOr(item, "phaseTurns", 0)};
     }
     if (type == "fm") {
-        return FmStation{frequency, level, audioTones(item, "deviationHz")};
+        FmStation station{frequency, level, audioTones(item, "deviationHz")};
+        // Says here, with its place in the file, what would otherwise come out at the first use.
+        fmWaveform(station);
+        return station;
     }
     if (type == "am") {
         return AmStation{frequency, level, audioTones(item, "depth")};

@@ -70,7 +70,7 @@ RC_GTEST_PROP(VariantProperties, anyBytesReadAsTheModelReadsThem, (const std::st
     expectAgreement(text);
 }
 
-RC_GTEST_PROP(VariantProperties, aRecordEqualsItsCopyUnlessItHoldsNothingValues, ()) {
+RC_GTEST_PROP(VariantProperties, aParsedRecordEqualsItsCopy, ()) {
     const utils::VariantRecord record(
         (*tokens({"{", "}", "a:", "b:", "c:", "1", "2.5", "\"x\"", ",", "[", "]", "true"})).c_str());
     const utils::VariantRecord copy(record);

@@ -53,7 +53,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Case{10e6, 5.5e6, 20e6, 1}, Case{40e6, 10e6, 40e6, 1}, Case{50e6, 17e6, 1e6, 1},
                     Case{98e6, 20e3, 100e3, 1024}, Case{433e6, -30e3, 200e3, 512}, Case{900e6, 500e3, 3e6, 32},
                     Case{2400e6, -2e6, 12e6, 8}, Case{5800e6, 9e6, 24e6, 4}, Case{10e9, 40e3, 100e3, 1024},
-                    Case{18e9, -600e3, 3e6, 32}, Case{26e9, 25e3, 100e3, 1024}, Case{26e9, 11e6, 40e6, 1},
+                    Case{16e9, -600e3, 3e6, 32}, Case{26009600000.0, 25e3, 100e3, 1024}, Case{26009600000.0, 11e6, 40e6, 1},
                     Case{1e9, -9e6, 40e6, 1}),
     nameOf);
 

@@ -48,19 +48,19 @@ VNK_CLONES static uint32_t convertGained(float* __restrict pDestination, const u
     return peakOf(iLowest, iHighest);
 }
 
-/// A negated item negates its products and changes no other bit of them; a zero becomes -0, as in a
-/// conjugation of the decoded value.
+/// The sign of each second value is turned in the result, which changes no other bit of the products; a zero
+/// becomes -0, as in a conjugation of the decoded value.
 VNK_CLONES static uint32_t convertConjugated(float* __restrict pDestination, const uint8_t* __restrict pItems,
-                                             size_t uPairs, float fUnit, float fGain) {
+                                             size_t uCount, float fUnit, float fGain) {
     int16_t iLowest = 0;
     int16_t iHighest = 0;
-    for (size_t i = 0; i < uPairs; ++i) {
-        const int16_t iReal = itemAt(pItems, 2 * i);
-        const int16_t iImaginary = itemAt(pItems, 2 * i + 1);
-        iLowest = std::min(iLowest, std::min(iReal, iImaginary));
-        iHighest = std::max(iHighest, std::max(iReal, iImaginary));
-        pDestination[2 * i] = static_cast<float>(iReal) * fUnit * fGain;
-        pDestination[2 * i + 1] = -(static_cast<float>(iImaginary) * fUnit) * fGain;
+    uint32_t uSign = 0;
+    for (size_t i = 0; i < uCount; ++i, uSign += 0x80000000u) {
+        const int16_t iItem = itemAt(pItems, i);
+        iLowest = std::min(iLowest, iItem);
+        iHighest = std::max(iHighest, iItem);
+        const float fValue = static_cast<float>(iItem) * fUnit * fGain;
+        pDestination[i] = std::bit_cast<float>(std::bit_cast<uint32_t>(fValue) ^ uSign);
     }
     return peakOf(iLowest, iHighest);
 }
@@ -85,7 +85,7 @@ uint32_t convertScaled(float* pDestination, const uint8_t* pItems, uint32_t uCou
 
 uint32_t convertConjugateScaled(Complex<float>* pDestination, const uint8_t* pItems, uint32_t uPairs,
                                 uint32_t uBits, float fGain) {
-    return convertConjugated(&pDestination->re, pItems, uPairs, unitOf(uBits), fGain);
+    return convertConjugated(&pDestination->re, pItems, size_t{uPairs} * 2, unitOf(uBits), fGain);
 }
 
 }  // namespace SampleConversion

@@ -46,6 +46,11 @@ ReferencePtr<SpectrumFrame> spectrumFrame(uint32_t uSequence) {
 
 class IQStreamHandlerTest : public vnktest::FlowTest {
  protected:
+    // An attached stream and its source hold each other until the stream is detached.
+    void TearDown() override {
+        if (mcHandler.get())
+            mcHandler->detachFromSource();
+    }
     void attach() { ASSERT_TRUE(mcHandler->attachToSource(mcDevice, mlErrors)); }
     ReferencePtr<IQStreamHandler> mcHandler = makeReference<IQStreamHandler>(utils::VariantRecord());
     ReferencePtr<DeviceLike> mcDevice = makeReference<DeviceLike>();

@@ -94,10 +94,16 @@ std::vector<std::string> Session::failureNotes(size_t limit) {
 }
 
 Device::Device(Session& session, const std::string& address) : muIndex(session.addAddress(address)) {
-    const int32_t iStatus = vnkOpenDevice(muIndex, &muHandle);
-    if (iStatus == 0)
-        return;
-    std::string text = address + ": " + explain(iStatus);
+    std::string text;
+    try {
+        const int32_t iStatus = vnkOpenDevice(muIndex, &muHandle);
+        if (iStatus == 0)
+            return;
+        text = address + ": " + explain(iStatus);
+    } catch (...) {
+        // Of the library's own kind: the unit serves data that contradict themselves.
+        text = address + ": the unit's answers contradict themselves";
+    }
     for (const std::string& note : session.failureNotes())
         text += "\n  " + note;
     throw Failure(Exit::cannotOpen, text);

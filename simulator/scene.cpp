@@ -21,6 +21,40 @@ float component(const std::vector<char>& bytes, size_t index, const std::string&
 
 }  // namespace
 
+Scene& Scene::add(const Tone& tone) {
+    emitters.emplace_back(std::in_place_type<Tone>, tone);
+    return *this;
+}
+
+Scene& Scene::add(const FmStation& station) {
+    emitters.emplace_back(std::in_place_type<FmStation>, station);
+    return *this;
+}
+
+Scene& Scene::add(const AmStation& station) {
+    emitters.emplace_back(std::in_place_type<AmStation>, station);
+    return *this;
+}
+
+Scene& Scene::add(const Burst& burst) {
+    emitters.emplace_back(std::in_place_type<Burst>, burst);
+    return *this;
+}
+
+Scene& Scene::add(const Recording& recording) {
+    emitters.emplace_back(std::in_place_type<Recording>, recording);
+    return *this;
+}
+
+Scene& Scene::tone(double frequencyHz, double levelDbm) {
+    return add(Tone{frequencyHz, levelDbm, 0});
+}
+
+Scene& Scene::noise(double dbmPerHz) {
+    noiseDbmPerHz = dbmPerHz;
+    return *this;
+}
+
 std::shared_ptr<const Waveform> readRecording(const std::string& path, const std::string& format,
                                               double rateHz) {
     if (format != "cs16" && format != "cs8" && format != "cu8") {

@@ -69,15 +69,14 @@ struct Scene {
     std::vector<Emitter> emitters;
     std::optional<double> noiseDbmPerHz;
 
-    Scene& add(Emitter emitter) {
-        emitters.push_back(std::move(emitter));
-        return *this;
-    }
-    Scene& tone(double frequencyHz, double levelDbm) { return add(Tone{frequencyHz, levelDbm, 0}); }
-    Scene& noise(double dbmPerHz) {
-        noiseDbmPerHz = dbmPerHz;
-        return *this;
-    }
+    // One for each kind: the variant is built in one place, which keeps callers free of its code.
+    Scene& add(const Tone& tone);
+    Scene& add(const FmStation& station);
+    Scene& add(const AmStation& station);
+    Scene& add(const Burst& burst);
+    Scene& add(const Recording& recording);
+    Scene& tone(double frequencyHz, double levelDbm);
+    Scene& noise(double dbmPerHz);
 };
 
 /// Reads a file of `format` "cs16" (little-endian), "cs8" or "cu8". Full scale is 32768, 128, or 127.5

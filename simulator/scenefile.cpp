@@ -91,7 +91,7 @@ Scene readScene(const std::string& path) {
         }
         for (const Json& item : json.value("emitters", Json::array())) {
             ++place;
-            scene.add(emitter(item, std::filesystem::path(path).parent_path()));
+            scene.emitters.push_back(emitter(item, std::filesystem::path(path).parent_path()));
         }
     } catch (const std::exception& error) {
         const std::string where = place > 0 ? ": emitter " + std::to_string(place) : std::string();

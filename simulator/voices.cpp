@@ -92,18 +92,23 @@ class BurstVoice : public Voice {
  private:
     /// Half amplitude stands at the two edges of the on time. False when all gains are 0.
     bool fillGains(uint64_t first, size_t count, float* gains) const {
+        const long double start = static_cast<long double>(first) / static_cast<long double>(mfRate);
+        double t = static_cast<double>(start) - mcBurst.startSec;
+        const double half = mcBurst.rampSec / 2;
+        if (mcBurst.periodSec > 0 && t > 0) {
+            t = std::fmod(t + half, mcBurst.periodSec) - half;
+        }
         bool any = false;
         for (size_t i = 0; i < count; ++i) {
-            const long double time = static_cast<long double>(first + i) / static_cast<long double>(mfRate);
-            double t = static_cast<double>(time) - mcBurst.startSec;
-            if (mcBurst.periodSec > 0 && t > 0) {
-                t = std::fmod(t + mcBurst.rampSec, mcBurst.periodSec) - mcBurst.rampSec;
-            }
             const double inside = std::min(t, mcBurst.onSec - t) / mcBurst.rampSec;
             gains[i] = inside >= 0.5    ? 1.0f
                        : inside <= -0.5 ? 0.0f
                                         : static_cast<float>(0.5 + 0.5 * std::sin(kTwoPi / 2 * inside));
             any = any || gains[i] != 0;
+            t += 1 / mfRate;
+            if (mcBurst.periodSec > 0 && t >= mcBurst.periodSec - half) {
+                t -= mcBurst.periodSec;
+            }
         }
         return any;
     }

@@ -348,3 +348,21 @@ TEST_F(FrameSinkTest, SourceInItsEndCountsAsNone) {
     cSource = nullptr;
     EXPECT_FALSE(mcSink->isAttached());
 }
+
+TEST_F(FrameSinkTest, AttachThatCrossesADetachStands) {
+    // A source to which another thread attaches the sink again before the detach is over.
+    class Crossed : public CountedSource {
+     public:
+        bool removeFrameSink(ReferencePtr<FrameSink> cSink) override {
+            ErrorList lErrors;
+            const bool bRemoved = CountedSource::removeFrameSink(cSink);
+            EXPECT_TRUE(attachFrameSink(cSink, lErrors));
+            return bRemoved;
+        }
+    };
+    auto cSource = makeReference<Crossed>();
+    ASSERT_TRUE(cSource->attachFrameSink(mcSink, mlErrors));
+    EXPECT_TRUE(mcSink->detachFromSource());
+    EXPECT_EQ(cSource->sinkCount(), 1u);
+    EXPECT_EQ(mcSink->sourcePointer(), cSource.get());
+}

@@ -107,6 +107,7 @@ class DepthSink : public FrameSink {
 
 TEST_F(FrameSinkReadingTest, SignalsWithoutAFrameDoNotDeepenTheStack) {
     auto cSink = makeReference<DepthSink>();
+    cSink->receiveFrame(iqFrame(0), false);
     std::thread cReader([&] {
         for (const uint32_t uTimeout : {0u, 60000u}) {
             const char* pBefore = cSink->mpDepth;
@@ -119,9 +120,7 @@ TEST_F(FrameSinkReadingTest, SignalsWithoutAFrameDoNotDeepenTheStack) {
                 mcSource->mbExhausted = true;  // the first read is over
         }
     });
-    cSink->receiveFrame(iqFrame(0), false);
-    if (!waitUntil([&] { return mcSource->mbExhausted.load(); }))
-        cReader.detach();
+    EXPECT_TRUE(waitUntil([&] { return mcSource->mbExhausted.load(); }));
     // Each of these wakes the reader, or finds it still awake, and brings nothing.
     for (uint32_t i = 0; i < 100000; ++i)
         cSink->setSource(nullptr);

@@ -22,6 +22,7 @@ class ReceiverDevice : public Device, public FrameSource {
     /// Nothing has been heard from the unit for 10,001 ms.
     bool isLinkStale() const { return mcLinkWatch->isStale(); }
     void resetLinkWatch() { mcLinkWatch->stamp(); }
+    const LinkWatch& linkWatch() const { return *mcLinkWatch; }
     /// Tests a link that has been silent for long; for the idle time of the run loop.
     void checkLink();
     StreamRanges streamRanges() const;

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "links/transport.h"
@@ -64,7 +65,19 @@ class FakeUnit {
         mlData.push_back(bytes);
         mcDataCame.notify_all();
     }
+    /// Runs once, on the polling thread of the data channel, at its next look for data.
+    void onNextPoll(std::function<void()> act) {
+        const std::lock_guard<std::mutex> cGuard(mcMutex);
+        mcOnPoll = std::move(act);
+    }
     std::optional<std::string> takeData(uint32_t uTimeoutMs) {
+        std::function<void()> act;
+        {
+            const std::lock_guard<std::mutex> cGuard(mcMutex);
+            act = std::exchange(mcOnPoll, nullptr);
+        }
+        if (act)
+            act();
         std::unique_lock<std::mutex> cGuard(mcMutex);
         mcDataCame.wait_for(cGuard, std::chrono::milliseconds(uTimeoutMs), [&] { return !mlData.empty(); });
         if (mlData.empty())
@@ -78,13 +91,15 @@ class FakeUnit {
     std::atomic<bool> mbRefuseData{false};
     std::atomic<bool> mbRefuseReopen{false};
     std::atomic<bool> mbFailSends{false};
-    std::atomic<int> miLinks{0};  // transports that live
+    std::atomic<int> miSendsLeft{-1};  // of a unit that dies after so many lines; negative: never
+    std::atomic<int> miLinks{0};       // transports that live
 
  private:
     mutable std::mutex mcMutex;
     std::condition_variable mcDataCame;
     std::map<std::string, std::deque<std::string>> mcReplies;
     std::function<std::string(const std::string&)> mcOtherwise;
+    std::function<void()> mcOnPoll;
     std::vector<std::string> mlJournal;
     std::deque<std::string> mlData;
 };
@@ -113,10 +128,12 @@ class FakeTransport : public Transport {
     bool send(ReferencePtr<utils::MemoryBlock> cBlock, std::string& errorText) override {
         std::string text = cBlock->getText();
         cBlock->setReadPosition(cBlock->getSize());
-        if (!mbOpen || mcUnit->mbFailSends) {
+        if (!mbOpen || mcUnit->mbFailSends || mcUnit->miSendsLeft == 0) {
             errorText = "no link";
             return false;
         }
+        if (mcUnit->miSendsLeft > 0)
+            --mcUnit->miSendsLeft;
         if (!text.empty() && text.back() == '\n')
             text.pop_back();
         else

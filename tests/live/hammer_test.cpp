@@ -69,7 +69,7 @@ void work(const Radios& cRadios, unsigned uSeed, const std::atomic<bool>& bStop,
 }  // namespace
 
 TEST(Hammer, ThreadsThatOpenAttachReadRetuneDetachAndCloseLeaveNothingBehind) {
-    const size_t uThreads = vnktest::liveThreads();
+    const size_t uThreads = vnktest::idleThreads();
     std::atomic<uint64_t> uFrames{0};
     {
         const Radios cRadios;

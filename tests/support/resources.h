@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 
 namespace vnktest {
 
@@ -23,6 +24,13 @@ inline size_t liveThreads() {
          ++it)
         ++uCount;
     return uCount;
+}
+
+/// Threads of this process while nothing of its own runs: a sanitizer may keep one of its own from the first
+/// thread on.
+inline size_t idleThreads() {
+    std::thread([] {}).join();
+    return liveThreads();
 }
 
 /// Resident memory in bytes.

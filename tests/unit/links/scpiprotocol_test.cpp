@@ -125,7 +125,7 @@ TEST_F(SCPI, AReplyComesAsItIsAndIsTracedTrimmed) {
 }
 
 TEST_F(SCPI, AReplyIsDataAndNeverAFormat) {
-    const std::string reply("%s%n%d \x80\xff\0end", 15);
+    const std::string reply = std::string("%s%n%d \x80\xff") + '\0' + "end";
     EXPECT_EQ(call("Q?", reply), reply);
     EXPECT_THAT(vnktest::takeLog(), ElementsAre(LogLine(1000, "SCPI Call: Q?, received:" + reply),
                                                 LogLine(1000, "SCPI Call: 'Q?' " + reply + "\r\n")));

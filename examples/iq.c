@@ -10,7 +10,7 @@ int main(int argc, char** argv) {
         fprintf(stderr, "cannot open it: %s\n", vnkGetTextForStatus(status));
         return 1;
     }
-    vnkCreateIQStream(&stream, 114.85e6f, 50e3f, -30.0f);  // centre, bandwidth in Hz; level in dBm
+    vnkCreateIQStream(&stream, 114.85e6f, 100e3f, -30.0f);  // centre, bandwidth in Hz; level in dBm
     status = vnkAttachStreamToDevice(stream, device);
 
     for (int frames = 0; status >= 0 && frames < 10;) {

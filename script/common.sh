@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Shared by the scripts: sourced, never run. Leaves the shell in the top folder of the tree.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

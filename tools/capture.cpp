@@ -30,8 +30,10 @@ double secondsSince(Clock::time_point start) {
 /// One capture: the stream, where its samples go, and what is made of them.
 class Capture {
  public:
-    Capture(Device& device, const CaptureRequest& request, SampleOutput* output, CaptureListener& listener)
-        : mcDevice(device),
+    Capture(Session& session, Device& device, const CaptureRequest& request, SampleOutput* output,
+            CaptureListener& listener)
+        : mcSession(session),
+          mcDevice(device),
           mcRequest(request),
           mpOutput(output),
           mcListener(listener),
@@ -40,7 +42,7 @@ class Capture {
     }
 
     CaptureResult run() {
-        mcStream.attach(mcDevice);
+        mcStream.attach(mcSession, mcDevice);
         const auto attached = Clock::now();
         mcNextProgress = attached;
         for (bool bGoOn = true; bGoOn;) {
@@ -179,6 +181,7 @@ class Capture {
         }
     }
 
+    Session& mcSession;
     Device& mcDevice;
     const CaptureRequest& mcRequest;
     SampleOutput* mpOutput;
@@ -195,9 +198,9 @@ class Capture {
 
 }  // namespace
 
-CaptureResult capture(Device& device, const CaptureRequest& request, SampleOutput* output,
+CaptureResult capture(Session& session, Device& device, const CaptureRequest& request, SampleOutput* output,
                       CaptureListener& listener) {
-    return Capture(device, request, output, listener).run();
+    return Capture(session, device, request, output, listener).run();
 }
 
 }  // namespace cli

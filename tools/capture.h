@@ -18,7 +18,7 @@ class CaptureListener {
 /// Takes IQ from an open unit until the request is met, Ctrl-C, or the end of the link. A lost link and
 /// a unit that sends nothing are endings, not exceptions; what came until then is in the result. Samples
 /// go to `output`, if there is one.
-CaptureResult capture(Device& device, const CaptureRequest& request, SampleOutput* output,
+CaptureResult capture(Session& session, Device& device, const CaptureRequest& request, SampleOutput* output,
                       CaptureListener& listener);
 
 }  // namespace cli

@@ -127,7 +127,7 @@ Exit iq(const IqOptions& options) {
     Device device(session, options.request.address);
     catchInterrupts();
     Progress progress(options);
-    const CaptureResult result = capture(device, options.request, output.get(), progress);
+    const CaptureResult result = capture(session, device, options.request, output.get(), progress);
     progress.end();
     if (result.ending == Ending::noData || result.ending == Ending::linkLost)
         for (const std::string& note : session.failureNotes())

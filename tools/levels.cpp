@@ -39,7 +39,7 @@ std::string toText(LevelJudgement judgement) {
 std::string advice(LevelJudgement judgement) {
     switch (judgement) {
         case LevelJudgement::low:
-            return "a lower --ref gives more dynamic range";
+            return "a lower --ref gives more gain, if the unit has any left";
         case LevelJudgement::high:
             return "a higher --ref keeps clear of overload";
         default:

@@ -78,7 +78,8 @@ std::string Session::log() {
     return log;
 }
 
-std::vector<std::string> Session::failureNotes(size_t limit) {
+std::vector<std::string> Session::notes(const std::function<bool(const std::string&, int)>& wanted,
+                                        size_t limit) {
     const std::string text = log();
     std::vector<std::string> notes;
     size_t uFrom = 0;
@@ -86,11 +87,15 @@ std::vector<std::string> Session::failureNotes(size_t limit) {
         const auto uEnd = text.find("\r\n", uFrom);
         std::string message;
         int iCode = 0;
-        if (splitNote(text.substr(uFrom, uEnd - uFrom), message, iCode) && iCode < 0)
+        if (splitNote(text.substr(uFrom, uEnd - uFrom), message, iCode) && wanted(message, iCode))
             notes.insert(notes.begin(), message);
         uFrom = uEnd == std::string::npos ? text.size() : uEnd + 2;
     }
     return notes;
+}
+
+std::vector<std::string> Session::failureNotes() {
+    return notes([](const std::string&, int code) { return code < 0; });
 }
 
 Device::Device(Session& session, const std::string& address) : muIndex(session.addAddress(address)) {
@@ -166,10 +171,16 @@ IqStream::IqStream(double centreHz, double bandwidthHz, double referenceDbm) {
         throw Failure(Exit::failure, explain(iStatus));
 }
 
-void IqStream::attach(const Device& device) {
+void IqStream::attach(Session& session, const Device& device) {
     const int32_t iStatus = vnkAttachStreamToDevice(muHandle, device.handle());
-    if (iStatus != 0)
-        throw Failure(Exit::failure, explain(iStatus));
+    if (iStatus == 0)
+        return;
+    std::string text = explain(iStatus);
+    for (const std::string& note : session.notes([](const std::string&message, int) {
+             return message.find("out of range") != std::string::npos;
+         }))
+        text += "\n  " + note;
+    throw Failure(Exit::failure, text);
 }
 
 }  // namespace cli

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -41,8 +42,12 @@ class Session {
     uint32_t count(bool search);
     /// The record that describes a unit, in its text form; empty when it does not answer.
     std::string describe(uint32_t index);
-    /// The newest notes of the library about failures, oldest first; they are given once.
-    std::vector<std::string> failureNotes(size_t limit = 4);
+    /// The newest of the library's notes that are wanted, by message and code, oldest first. Reading
+    /// takes all notes out of the library.
+    std::vector<std::string> notes(const std::function<bool(const std::string&, int)>& wanted,
+                                   size_t limit = 4);
+    /// Those about failures.
+    std::vector<std::string> failureNotes();
     /// All notes, newest first.
     std::string log();
 
@@ -105,7 +110,7 @@ class IqStream {
     IqStream& operator=(const IqStream&) = delete;
 
     uint32_t handle() const { return muHandle; }
-    void attach(const Device& device);
+    void attach(Session& session, const Device& device);
     /// The status of vnkGetNextIQ.
     int32_t next(IqRecord& record, uint32_t timeoutMs) {
         return vnkGetNextIQ(muHandle, record.out(), timeoutMs);

@@ -129,7 +129,7 @@ TEST_F(VnkIq, AFiniteCaptureIsEndedByTheUnit) {
 }
 
 TEST_F(VnkIq, AmTonesAreFound) {
-    const Ran ran = runVnk({"iq", mcAddress, "--fcentre", "118.1M", "--ifbw", "20k", "--seconds", "1",
+    const Ran ran = runVnk({"iq", mcAddress, "--fcentre", "118.1M", "--ifbw", "100k", "--seconds", "1",
                             "--detect", "am", "--json"});
     ASSERT_EQ(ran.code, 0) << ran.err;
     const auto tones = nlohmann::json::parse(ran.out)["detected"]["tones"];

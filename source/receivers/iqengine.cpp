@@ -59,6 +59,9 @@ void IQCaptureEngine::takeInStream() {
     ErrorList lErrors;
     attachFrameSink(cStream, lErrors);
     mbTakenIn = true;
+    // A detach that came in between found nothing to take out.
+    if (!mcStream.get())
+        IQEngine::removeFrameSink(cStream);
 }
 
 // Nobody waits for the frames of such an engine any more: it is never programmed again, and `process` lets it

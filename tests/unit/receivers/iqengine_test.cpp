@@ -6,109 +6,20 @@
 #include <limits>
 #include <thread>
 
-#include "support/fakescpi.h"
-#include "support/logs.h"
+#include "unit/receivers/plainengine.h"
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using vnktest::LogLine;
+using vnktest::PlainEngine;
 using vnktest::takeLog;
 using vnktest::takeLogTexts;
 
 namespace {
 
-constexpr StreamRanges kRanges{{9000.0f, 8e9f}, {9000.0f, 8e9f}, {1.0f, 1e7f}, {1e5f, 4e7f}, {-80.0f, 20.0f}};
-constexpr IQEngineWords kWords = {"bad setup", "stops at count", "forced", "completed"};
-
-/// The smallest family: what a plan is, the test says.
-class PlainEngine : public IQCaptureEngine {
- public:
-    PlainEngine(ReferencePtr<EngineContext> cContext, ReferencePtr<IQFrameSink> cStream)
-        : IQCaptureEngine("PlainEngine", std::move(cContext), std::move(cStream), kRanges, kWords) {}
-    ~PlainEngine() override { releaseSinks(); }
-    using IQCaptureEngine::appendStatus;
-    using IQCaptureEngine::capture;
-    using IQCaptureEngine::noteData;
-    using IQCaptureEngine::noteIdentifier;
-
-    /// A packet of so many samples and such a peak level.
-    void packet(uint64_t uSamples, float fLevel) {
-        noteData();
-        IQFrame cFrame(0, 0, 0, kNanoseconds, 0.0f, 0.0f, 1.0f, 0.0f, nullptr, "");
-        capture()->noteLevel(cFrame, fLevel);
-        capture()->muSamplesDelivered += uSamples;
-    }
-
-    bool mbCanPlan = true;
-    bool mbFinite = false;
-    uint64_t muSamples = 0;
-    std::optional<float> mcMaxContiguousSec;
-    std::string mcRefusal;
-    uint32_t muDrains = 0;
-    std::optional<IQRequest> mcRequest;
-
- protected:
-    ReferencePtr<IQCapture> plan(const IQRequest& cRequest) override {
-        mcRequest = cRequest;
-        if (!mbCanPlan)
-            return nullptr;
-        const auto cCapture = makeReference<IQCapture>();
-        cCapture->mcRequest = cRequest;
-        cCapture->mcCommands = "SET UP";
-        cCapture->mcRefusal = mcRefusal;
-        cCapture->mbFinite = mbFinite;
-        cCapture->muCaptureSamples = muSamples;
-        cCapture->mfSampleRateHz = 31250000.0f;
-        cCapture->mcMaxContiguousSec = mcMaxContiguousSec;
-        cCapture->mbContiguous = mcMaxContiguousSec && cRequest.mfCaptureSec <= *mcMaxContiguousSec;
-        cCapture->mfLevelLow = -20.0f;
-        cCapture->mfLevelHigh = -10.0f;
-        return cCapture;
-    }
-    void drainInput() override { ++muDrains; }
-};
-
-class IQEngineTest : public testing::Test {
- protected:
-    IQEngineTest() {
-        mcChannel->setProtocol(mcSCPI);
-        set("FCentreHz", 1e8f);
-        set("IFBWHz", 1e6f);
-        mcEngine = makeReference<PlainEngine>(mcContext, mcStream);
-        mcSCPI->mcOnSend = [this](const std::string& text) {
-            if (mbUnitAnswers && text.find("STARt ") != std::string::npos)
-                mcEngine->noteIdentifier(mcEngine->capture()->muIdentifier);
-            if (mbUnitAnswers && text.find("START ") != std::string::npos)
-                mcEngine->noteIdentifier(mcEngine->capture()->muIdentifier);
-        };
-        takeLog(true);
-    }
-    ~IQEngineTest() override { mcSCPI->mcOnSend = nullptr; }
-    template <typename T>
-    void set(const char* pKey, T value) {
-        utils::VariantRecord cRecord;
-        cRecord.set(pKey, value);
-        ErrorList lErrors;
-        ASSERT_TRUE(mcStream->setSinkParameters(cRecord, lErrors, false));
-    }
-    std::optional<float> number(const char* pKey) { return mcStream->getParameters().getNumber(pKey); }
-    void startAndForget() {
-        ASSERT_TRUE(mcEngine->start());
-        mcSCPI->take();
-        takeLog(true);
-    }
-
-    bool mbUnitAnswers = true;
-    ReferencePtr<vnktest::FakeSCPI> mcSCPI = makeReference<vnktest::FakeSCPI>();
-    ReferencePtr<CommandChannel> mcChannel =
-        makeReference<CommandChannel>(makeReference<LinkWatch>(), CommandWords{"no access"});
-    ReferencePtr<EngineContext> mcContext = makeReference<EngineContext>(mcChannel, "unit one");
-    ReferencePtr<IQFrameSink> mcStream = makeReference<IQFrameSink>();
-    ReferencePtr<PlainEngine> mcEngine;
-};
+class IQEngineTest : public vnktest::IQEngineFixture {};
 
 }  // namespace
 
@@ -376,124 +287,6 @@ TEST_F(IQEngineTest, WithoutAdaptStepTheLevelStays) {
     mcEngine->packet(100, -5.0f);
     mcEngine->stop(false);
     EXPECT_EQ(number("RefdBm"), -40.0f);
-}
-
-TEST_F(IQEngineTest, AnEndlessCaptureIsNeverExhaustedAndNeverEndsByItself) {
-    startAndForget();
-    mcEngine->packet(1ull << 40, -15.0f);
-    EXPECT_FALSE(mcEngine->isExhausted());
-    EXPECT_TRUE(mcEngine->process());
-}
-
-TEST_F(IQEngineTest, ACountedCaptureIsStoppedWhenItsSamplesHaveCome) {
-    mcEngine->muSamples = 1000;
-    EXPECT_FALSE(mcEngine->isExhausted());
-    startAndForget();
-    mcEngine->packet(999, -15.0f);
-    EXPECT_TRUE(mcEngine->process());
-    EXPECT_FALSE(mcEngine->isExhausted());
-    mcEngine->packet(1, -15.0f);
-    EXPECT_TRUE(mcEngine->isExhausted());
-    EXPECT_FALSE(mcEngine->process());
-    EXPECT_THAT(mcSCPI->take(), ElementsAre(":TRACe:STReam:STOP; :SYSTEM:FLUSH"));
-    EXPECT_THAT(takeLogTexts(), Contains("stops at count"));
-    EXPECT_FALSE(mcEngine->isStreaming());
-}
-
-TEST_F(IQEngineTest, AFiniteCaptureEndsWithoutACommand) {
-    mcEngine->mbFinite = true;
-    mcEngine->muSamples = 1000;
-    startAndForget();
-    mcEngine->packet(1024, -15.0f);
-    EXPECT_FALSE(mcEngine->process());
-    EXPECT_THAT(mcSCPI->take(), IsEmpty());
-    EXPECT_THAT(takeLogTexts(), ElementsAre("completed"));
-    EXPECT_FALSE(mcEngine->isStreaming());
-}
-
-TEST_F(IQEngineTest, ADetachOfAnIdleEngineHasNothingToWaitFor) {
-    EXPECT_FALSE(mcEngine->syncHaltStream());
-}
-
-TEST_F(IQEngineTest, ADetachWaitsUntilTheCaptureHasBeenHalted) {
-    mcEngine->mbFinite = true;
-    startAndForget();
-    std::atomic<bool> bHalted{false};
-    std::thread cDetach([&] { bHalted = mcEngine->syncHaltStream(); });
-    while (mcEngine->process())
-        std::this_thread::yield();
-    EXPECT_THAT(takeLogTexts(), Contains("forced"));
-    EXPECT_TRUE(mcEngine->waitForEndOfVRTData());
-    EXPECT_TRUE(mcEngine->terminate());
-    EXPECT_FALSE(bHalted);
-    mcEngine->notifyHalted();
-    cDetach.join();
-    EXPECT_TRUE(bHalted);
-    EXPECT_FALSE(mcStream->isAttached());
-    const std::vector<std::string> lTexts = takeLogTexts();
-    EXPECT_THAT(lTexts, Contains("::_waitForEndOfVRTData - bWaitSuccess=true"));
-    EXPECT_THAT(lTexts, Contains(HasSubstr("::terminate called on IQEngine 0x0000")));
-    EXPECT_THAT(lTexts, Contains("::notifyHalted"));
-}
-
-TEST_F(IQEngineTest, AHaltThatNobodyCarriesOutEndsAfterFiveSeconds) {
-    startAndForget();
-    const uint64_t uStart = utils::steadyMilliseconds();
-    EXPECT_FALSE(mcEngine->syncHaltStream());
-    const uint64_t uElapsed = utils::steadyMilliseconds() - uStart;
-    EXPECT_GE(uElapsed, 5000u);
-    EXPECT_LT(uElapsed, 8000u);
-    EXPECT_FALSE(mcEngine->process());
-}
-
-TEST_F(IQEngineTest, AUnitThatNeverFallsQuietIsWaitedForFiveSeconds) {
-    startAndForget();
-    std::atomic<bool> bDone{false};
-    std::thread cUnit([&] {
-        while (!bDone) {
-            mcEngine->noteData();
-            std::this_thread::yield();
-        }
-    });
-    const uint64_t uStart = utils::steadyMilliseconds();
-    EXPECT_FALSE(mcEngine->waitForEndOfVRTData());
-    EXPECT_LT(utils::steadyMilliseconds() - uStart, 8000u);
-    bDone = true;
-    cUnit.join();
-    EXPECT_THAT(takeLogTexts(), Contains("::_waitForEndOfVRTData - bWaitSuccess=false"));
-}
-
-TEST_F(IQEngineTest, TheEndOfACaptureIsANullFrameAndLetsTheStreamGo) {
-    startAndForget();
-    mcEngine->terminate();
-    EXPECT_FALSE(mcStream->isAttached());
-    EXPECT_EQ(mcEngine->sinkCount(), 0u);
-    EXPECT_FALSE(mcStream->nextFrame(0, false));
-    EXPECT_TRUE(mcStream->isExhausted());
-}
-
-TEST_F(IQEngineTest, AnEngineWhoseStreamHasGoneIsNotProgrammedAgainAndLeaves) {
-    startAndForget();
-    EXPECT_TRUE(mcEngine->removeFrameSink(mcStream));
-    EXPECT_FALSE(mcEngine->serves(mcStream.get()));
-    EXPECT_FALSE(mcStream->isAttached());
-    EXPECT_TRUE(mcEngine->start());
-    EXPECT_THAT(mcSCPI->take(), IsEmpty());
-    EXPECT_FALSE(mcEngine->process());
-    EXPECT_THAT(mcSCPI->take(), ElementsAre(":TRACe:STReam:STOP; :SYSTEM:FLUSH"));
-}
-
-TEST_F(IQEngineTest, ADetachAskedForDuringARestartIsNotForgotten) {
-    startAndForget();
-    std::thread cDetach([&] { EXPECT_TRUE(mcEngine->syncHaltStream()); });
-    while (mcEngine->process())
-        std::this_thread::yield();
-    mcSCPI->take();
-    EXPECT_TRUE(mcEngine->start());
-    EXPECT_THAT(mcSCPI->take(), IsEmpty());
-    EXPECT_FALSE(mcEngine->process());
-    mcEngine->notifyHalted();
-    cDetach.join();
 }
 
 TEST_F(IQEngineTest, AChangedLinkMakesTheEngineStartAnew) {

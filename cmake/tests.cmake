@@ -17,6 +17,8 @@ function(vnk_test name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/include)
   target_compile_definitions(${name} PRIVATE VNK_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data"
     VNK_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+  # Tests need no speed of their own; what they test is built as it is shipped.
+  target_compile_options(${name} PRIVATE -O1)
   target_link_libraries(${name} PRIVATE ${TEST_LIBS} GTest::gmock_main Threads::Threads)
   set(properties TIMEOUT 300)
   if(TEST_TIMEOUT)

@@ -115,32 +115,42 @@ TEST(Text, readsIntegersInsideTheirRangeOnly) {
     }
 }
 
-/// A locale whose numbers have a decimal comma, built for the test where the system has none installed.
+/// A locale whose numbers have a decimal comma, built for the tests where the system has none installed.
 class CommaLocale : public testing::Test {
  protected:
-    void SetUp() override {
-        if (select("de_DE.UTF-8") || select("fr_FR.UTF-8"))
-            return;
-        mcFolder =
+    static void SetUpTestSuite() {
+        for (const char* pInstalled : {"de_DE.UTF-8", "fr_FR.UTF-8"})
+            if (select(pInstalled)) {
+                smcName = pInstalled;
+                return;
+            }
+        smcFolder =
             std::filesystem::temp_directory_path() / ("vnk-locale-" + std::to_string(steadyMicroseconds()));
-        std::filesystem::create_directories(mcFolder);
+        std::filesystem::create_directories(smcFolder);
         const std::string command = "localedef -i de_DE -f UTF-8 --no-archive '" +
-                                    (mcFolder / "xx_XX.UTF-8").string() + "' >/dev/null 2>&1";
-        const int iResult = std::system(command.c_str());
-        setenv("LOCPATH", mcFolder.c_str(), 1);
-        if (iResult != 0 || !select("xx_XX.UTF-8"))
+                                    (smcFolder / "xx_XX.UTF-8").string() + "' >/dev/null 2>&1";
+        if (std::system(command.c_str()) == 0)
+            smcName = "xx_XX.UTF-8";
+    }
+    static void TearDownTestSuite() {
+        if (!smcFolder.empty())
+            std::filesystem::remove_all(smcFolder);
+    }
+    void SetUp() override {
+        if (!smcFolder.empty())
+            setenv("LOCPATH", smcFolder.c_str(), 1);
+        if (smcName.empty() || !select(smcName))
             GTEST_SKIP() << "no locale with a decimal comma can be had here";
     }
     void TearDown() override {
         std::setlocale(LC_ALL, "C");
         unsetenv("LOCPATH");
-        if (!mcFolder.empty())
-            std::filesystem::remove_all(mcFolder);
     }
-    static bool select(const char* pName) {
-        return std::setlocale(LC_ALL, pName) && std::string(std::localeconv()->decimal_point) == ",";
+    static bool select(const std::string& name) {
+        return std::setlocale(LC_ALL, name.c_str()) && std::string(std::localeconv()->decimal_point) == ",";
     }
-    std::filesystem::path mcFolder;
+    static inline std::filesystem::path smcFolder;
+    static inline std::string smcName;
 };
 
 TEST_F(CommaLocale, numbersAreReadAndWrittenWithThePoint) {
@@ -157,7 +167,7 @@ TEST_F(CommaLocale, numbersAreReadAndWrittenWithThePoint) {
 
 TEST_F(CommaLocale, aThreadWithALocaleOfItsOwnKeepsIt) {
     std::thread([] {
-        const locale_t cOwn = newlocale(LC_ALL_MASK, std::setlocale(LC_ALL, nullptr), locale_t{});
+        const locale_t cOwn = duplocale(LC_GLOBAL_LOCALE);
         ASSERT_NE(cOwn, locale_t{});
         const locale_t cBefore = uselocale(cOwn);
         EXPECT_EQ(formatText("%.1f", 2.5), "2.5");

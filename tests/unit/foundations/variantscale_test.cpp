@@ -22,7 +22,7 @@ constexpr uint64_t kLimitMs = 2000;
 constexpr size_t kMany = 1'000'000;
 #elif defined(VNK_SANITIZED)
 constexpr uint64_t kLimitMs = 60'000;
-constexpr size_t kMany = 200'000;
+constexpr size_t kMany = 60'000;
 #else
 constexpr uint64_t kLimitMs = 20'000;
 constexpr size_t kMany = 300'000;

@@ -236,8 +236,8 @@ VNK_API int32_t vnkSendSCPI(uint32_t handle, const char* command);
  * Sends one query and waits for its reply, by default for 1000 ms (the device parameter SCPIQueryTimeout). The reply is
  * what came first, as it came, line end included. With several threads asking at once replies may mix.
  * @param reply Overwritten, not freed first; may be NULL.
- * @return 0; -35 unknown handle; -37 the device has no command link; -2. A unit that does not answer gives 0 or -37
- * as the device decides, with an empty reply.
+ * @return 0; -35 unknown handle; -37 no reply in time, a text without "?", or a broken link (`*reply` is then left
+ * alone); -2.
  */
 VNK_API int32_t vnkQuerySCPI(uint32_t handle, const char* query, char** reply);
 

@@ -1,5 +1,7 @@
 #include "receivers/probe.h"
 
+#include <stdexcept>
+
 #include "foundations/runtimeerrors.h"
 #include "foundations/text.h"
 #include "foundations/usererrors.h"
@@ -16,6 +18,15 @@ constexpr uint32_t kIdentityTimeoutMs = 1000;
 void reportUnreachable(int32_t iCode, std::string text) {
     utils::reportError(iCode, std::move(text));
     utils::UserErrors::instance().pushStatus(kUnreachableStatus);
+}
+
+/// A host text with a "/" gives a receive time-out that is no number: a host that cannot be reached.
+ReferencePtr<Transport> openTransport(const std::string& address) {
+    try {
+        return TransportType::openByName("TCP/IP", address);
+    } catch (const std::logic_error&) {
+        return nullptr;
+    }
 }
 
 }  // namespace
@@ -51,15 +62,14 @@ std::string dataAddress(const std::string& host, int receiveTimeoutMs) {
 utils::VariantRecord examineDevice(const std::string& host) {
     utils::VariantRecord cRecord;
     cRecord.set("device", "unreachable");
-    const ReferencePtr<Transport> cCommands = TransportType::openByName("TCP/IP", scpiAddress(host));
+    const ReferencePtr<Transport> cCommands = openTransport(scpiAddress(host));
     if (!cCommands) {
         reportUnreachable(kNoSCPI, "Cannot open SCPI connection to " + host);
         return cRecord;
     }
     const auto cProtocol = makeReference<SCPIProtocol>(cCommands);
     // Only to prove that the port accepts a connection; nothing is read from it.
-    const ReferencePtr<Transport> cData =
-        TransportType::openByName("TCP/IP", dataAddress(host, kProbeReceiveTimeoutMs));
+    const ReferencePtr<Transport> cData = openTransport(dataAddress(host, kProbeReceiveTimeoutMs));
     if (!cData) {
         reportUnreachable(kNoData, "Cannot open data connection to " + host);
         return cRecord;

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -35,8 +39,8 @@ class Namespace {
     Namespace(const Namespace&) = delete;
     Namespace& operator=(const Namespace&) = delete;
 
-    /// False where the system does not permit namespaces.
-    bool isPermitted() const { return mbPermitted; }
+    /// False where the system does not permit namespaces, or has no `ip` to set them up with.
+    bool isPermitted() const { return mbPermitted && std::system("ip -V >/dev/null 2>&1") == 0; }
 
     /// Runs the work on the namespace's thread and waits for it.
     void run(const std::function<void()>& work) {
@@ -118,7 +122,38 @@ struct HostAndUnit {
                mcHost.shell("ip link set veth1 netns " + mcUnit.number()) &&
                mcHost.shell("ip addr add 10.77.0.1/24 dev veth0 && ip link set veth0 up") &&
                mcUnit.shell(
-                   "ip link set lo up && ip addr add 10.77.0.2/24 dev veth1 && ip link set veth1 up");
+                   "ip link set lo up && ip addr add 10.77.0.2/24 dev veth1 && ip link set veth1 up") &&
+               carries(mcHost, mcUnit) && carries(mcUnit, mcHost);
+    }
+
+ private:
+    /// The system takes a moment to find the cable plugged in; what is sent before is lost. So broadcasts are
+    /// sent until one arrives.
+    static bool carries(Namespace& cFrom, Namespace& cTo) {
+        int iReceiver = -1;
+        sockaddr_in cAddress{};
+        cAddress.sin_family = AF_INET;
+        cAddress.sin_port = htons(9);
+        cTo.run([&] {
+            iReceiver = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+            ::bind(iReceiver, reinterpret_cast<sockaddr*>(&cAddress), sizeof(cAddress));
+        });
+        ::inet_pton(AF_INET, "10.77.0.255", &cAddress.sin_addr);
+        bool bArrived = false;
+        cFrom.run([&] {
+            const int iSender = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+            const int iOn = 1;
+            ::setsockopt(iSender, SOL_SOCKET, SO_BROADCAST, &iOn, sizeof(iOn));
+            struct pollfd cPoll = {iReceiver, POLLIN, 0};
+            for (int i = 0; i < 500 && !bArrived; ++i) {
+                ::sendto(iSender, "?", 1, MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&cAddress),
+                         sizeof(cAddress));
+                bArrived = ::poll(&cPoll, 1, 20) > 0;
+            }
+            ::close(iSender);
+        });
+        ::close(iReceiver);
+        return bArrived;
     }
 };
 
@@ -126,4 +161,4 @@ struct HostAndUnit {
 
 #define VNK_NEED_NAMESPACES(condition) \
     if (!(condition))                  \
-    GTEST_SKIP() << "network namespaces are not permitted here (they need root)"
+    GTEST_SKIP() << "network namespaces are not permitted here (they need root and iproute2)"

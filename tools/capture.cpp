@@ -133,6 +133,7 @@ class Capture {
         mcResult.centreHz = record.centreHz;
         mcResult.bandwidthHz = static_cast<double>(record.bandwidthHz);
         mcResult.sampleRateHz = static_cast<double>(record.sampleRateHz);
+        mcResult.firstSamples = record.sampleCount;
         muWanted = static_cast<uint64_t>(std::ceil(mcRequest.seconds * mcResult.sampleRateHz));
         const size_t uSize = spectrumSize(mcResult.sampleRateHz, mcResult.bandwidthHz, kSpectrumBins);
         mpAverage = std::make_unique<SpectrumAverage>(uSize, mcResult.sampleRateHz);

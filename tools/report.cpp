@@ -131,8 +131,8 @@ std::string toText(Ending ending) {
 }
 
 std::string progressLine(const CaptureResult& soFar) {
-    const double dRate =
-        soFar.elapsedSeconds > 0 ? static_cast<double>(soFar.samples) / soFar.elapsedSeconds / 1e6 : 0;
+    const auto dTimed = static_cast<double>(soFar.samples - std::min(soFar.samples, soFar.firstSamples));
+    const double dRate = soFar.elapsedSeconds > 0 ? dTimed / soFar.elapsedSeconds / 1e6 : 0;
     const double dMegabytes = static_cast<double>(soFar.samples) * 8 / 1e6;
     return padLeft(formatFixed(soFar.elapsedSeconds, 1), 6) + " s  " + padLeft(formatFixed(dRate, 3), 7) +
            " Msps  " + padLeft(formatFixed(dMegabytes, 1), 7) + " MB  " + count(soFar.gaps, "gap") + "  " +

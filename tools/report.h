@@ -37,6 +37,7 @@ struct CaptureResult {
     std::optional<double> referenceDbm;
     double elapsedSeconds = 0;  ///< on the clock, from the first sample
     uint64_t samples = 0, bytesWritten = 0;
+    uint64_t firstSamples = 0;  ///< of the first frame: they were taken before the clock started
     uint64_t frames = 0, gaps = 0, overflows = 0, invalids = 0;
     double peakDbm = -1000, meanDbm = -1000;
     double peakDbfs = -1000;

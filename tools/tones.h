@@ -20,7 +20,7 @@ class AmDetector {
     void feed(const float* samples, size_t count);
     double rateHz() const { return mdRateHz; }
     /// The strongest tones between 10 Hz and 20 kHz, strongest first.
-    std::vector<DetectedTone> tones(size_t limit = 8) const;
+    std::vector<DetectedTone> tones(size_t limit = 6) const;
 
  private:
     double response(double frequencyHz) const;

@@ -54,6 +54,17 @@ TEST(Report, ProgressLine) {
     EXPECT_NE(progressLine(CaptureResult{}).find("peak not yet known"), std::string::npos);
 }
 
+TEST(Report, TheRateLeavesOutTheFrameThatStartedTheClock) {
+    CaptureResult got = result();
+    got.firstSamples = 100000;
+    got.samples = 600000;
+    got.elapsedSeconds = 2;
+    EXPECT_NE(progressLine(got).find("0.250 Msps"), std::string::npos) << progressLine(got);
+    got.samples = got.firstSamples;
+    got.elapsedSeconds = 1e-4;
+    EXPECT_NE(progressLine(got).find("0.000 Msps"), std::string::npos) << progressLine(got);
+}
+
 TEST(Report, SettingsShowAskedBesideRealised) {
     const std::string table = joined(settingsTable(request(), result()));
     EXPECT_NE(table.find("centre        98.1 MHz          98.1 MHz"), std::string::npos) << table;

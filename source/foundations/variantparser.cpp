@@ -8,6 +8,15 @@ namespace utils {
 
 static constexpr std::string_view kSeparators = ", \t\r\n";
 static constexpr std::string_view kQuote = "\"";
+static constexpr size_t kSearchedRecord = 256;
+
+/// The first eight bytes as a number of the same order, filled up with zeros.
+static uint64_t prefixOf(std::string_view key) {
+    uint64_t uPrefix = 0;
+    for (size_t i = 0; i < 8; ++i)
+        uPrefix = uPrefix << 8 | (i < key.size() ? static_cast<uint8_t>(key[i]) : 0u);
+    return uPrefix;
+}
 
 /// One parse of a text. Nested blocks wait on a stack of its own. Every text that the rules cut off is a
 /// piece of the whole one, and the front of the pieces only moves forward: so the partner of each opening
@@ -22,11 +31,16 @@ class VariantParser {
         size_t muPosition;
         size_t muPartner;
     };
+    struct Entry {
+        std::string_view mcKey;
+        Variant mcValue;
+    };
     /// What is left to read into a record or, if there is one, an array.
     struct Frame {
         std::string_view mcRest;
         VariantRecord* mpRecord;
         std::vector<VariantRecord>* mpArray;
+        std::vector<Entry> mcUnordered;
     };
 
     void indexBrackets();
@@ -34,8 +48,10 @@ class VariantParser {
     std::string_view unwrap(std::string_view text) const;
     void stepRecord();
     void stepArray();
-    void storeBlock(VariantRecord& cRecord, std::string_view key, std::string_view block);
-    static std::string_view storeScalar(VariantRecord& cRecord, std::string_view key, std::string_view rest);
+    void storeBlock(Frame& cFrame, std::string_view key, std::string_view block);
+    static std::string_view storeScalar(Frame& cFrame, std::string_view key, std::string_view rest);
+    static void store(Frame& cFrame, std::string_view key, Variant cValue);
+    static void storeUnordered(Frame& cFrame);
 
     std::string_view mcText;
     std::vector<Opener> mcOpeners;
@@ -95,7 +111,7 @@ std::string_view VariantParser::unwrap(std::string_view text) const {
 }
 
 void VariantParser::run(VariantRecord& cRoot) {
-    mcFrames.push_back({mcText, &cRoot, nullptr});
+    mcFrames.push_back({mcText, &cRoot, nullptr, {}});
     while (!mcFrames.empty()) {
         if (mcFrames.back().mpArray)
             stepArray();
@@ -108,6 +124,7 @@ void VariantParser::stepRecord() {
     Frame& cFrame = mcFrames.back();
     const std::string_view text = unwrap(cFrame.mcRest);
     if (text.empty()) {
+        storeUnordered(cFrame);
         mcFrames.pop_back();
         return;
     }
@@ -116,16 +133,15 @@ void VariantParser::stepRecord() {
     std::string_view rest = strip(text.substr(uColon == std::string_view::npos ? text.size() : uColon + 1));
     const std::string_view block = takeBlock(rest);
     if (block.empty()) {
-        cFrame.mcRest = storeScalar(*cFrame.mpRecord, key, rest);
+        cFrame.mcRest = storeScalar(cFrame, key, rest);
         return;
     }
     cFrame.mcRest = rest;
-    storeBlock(*cFrame.mpRecord, key, block);
+    storeBlock(cFrame, key, block);
 }
 
 /// Stores what is at the front of the rest and gives what lies behind the comma after it.
-std::string_view VariantParser::storeScalar(VariantRecord& cRecord, std::string_view key,
-                                            std::string_view rest) {
+std::string_view VariantParser::storeScalar(Frame& cFrame, std::string_view key, std::string_view rest) {
     size_t uValueEnd = 0;
     if (rest.starts_with('"')) {
         const size_t uQuote = rest.find('"', 1);
@@ -135,26 +151,65 @@ std::string_view VariantParser::storeScalar(VariantRecord& cRecord, std::string_
     }
     Variant cValue;
     if (parseScalar(rest.substr(0, uValueEnd), cValue))
-        cRecord.place(key) = std::move(cValue);
+        store(cFrame, key, std::move(cValue));
     const size_t uComma = rest.find(',', uValueEnd);
     return rest.substr(uComma == std::string_view::npos ? rest.size() : uComma + 1);
 }
 
-void VariantParser::storeBlock(VariantRecord& cRecord, std::string_view key, std::string_view block) {
+void VariantParser::storeBlock(Frame& cFrame, std::string_view key, std::string_view block) {
     if (block.front() == '(')
         return;
-    const std::string_view inner = block.substr(1, block.size() - 2);
+    Frame cNested{block.substr(1, block.size() - 2), nullptr, nullptr, {}};
     Variant cValue;
     if (block.front() == '{') {
         cValue.meType = Variant::kRecord;
         cValue.mpRecord = std::make_unique<VariantRecord>();
-        mcFrames.push_back({inner, cValue.mpRecord.get(), nullptr});
+        cNested.mpRecord = cValue.mpRecord.get();
     } else {
         cValue.meType = Variant::kArray;
         cValue.mpArray = std::make_unique<std::vector<VariantRecord>>();
-        mcFrames.push_back({inner, nullptr, cValue.mpArray.get()});
+        cNested.mpArray = cValue.mpArray.get();
     }
-    cRecord.place(key) = std::move(cValue);
+    store(cFrame, key, std::move(cValue));
+    mcFrames.push_back(std::move(cNested));
+}
+
+/// In a large record that does not come in order, a search for each key would miss the cache at every
+/// step: from there on entries are put by, and sorted when the record is complete.
+void VariantParser::store(Frame& cFrame, std::string_view key, Variant cValue) {
+    VariantRecord& cRecord = *cFrame.mpRecord;
+    const bool bInPlace = cFrame.mcUnordered.empty() &&
+                          (cRecord.size() < kSearchedRecord || cRecord.mcEntries.rbegin()->first < key);
+    if (bInPlace)
+        cRecord.place(key) = std::move(cValue);
+    else
+        cFrame.mcUnordered.push_back({key, std::move(cValue)});
+}
+
+void VariantParser::storeUnordered(Frame& cFrame) {
+    std::vector<Entry>& cEntries = cFrame.mcUnordered;
+    struct Rank {
+        uint64_t muPrefix;
+        size_t muIndex;
+    };
+    std::vector<Rank> cRanks;
+    cRanks.reserve(cEntries.size());
+    for (size_t i = 0; i < cEntries.size(); ++i)
+        cRanks.push_back({prefixOf(cEntries[i].mcKey), i});
+    std::sort(cRanks.begin(), cRanks.end(), [&cEntries](const Rank& cLeft, const Rank& cRight) {
+        if (cLeft.muPrefix != cRight.muPrefix)
+            return cLeft.muPrefix < cRight.muPrefix;
+        const int iOrder = cEntries[cLeft.muIndex].mcKey.compare(cEntries[cRight.muIndex].mcKey);
+        return iOrder ? iOrder < 0 : cLeft.muIndex < cRight.muIndex;
+    });
+    // Of equal keys the one that came last is stored last, and stays.
+    auto& cTarget = cFrame.mpRecord->mcEntries;
+    auto itHint = cTarget.begin();
+    for (const Rank& cRank : cRanks) {
+        Entry& cEntry = cEntries[cRank.muIndex];
+        itHint = cTarget.insert_or_assign(itHint, std::string(cEntry.mcKey), std::move(cEntry.mcValue));
+        ++itHint;
+    }
 }
 
 void VariantParser::stepArray() {
@@ -169,7 +224,7 @@ void VariantParser::stepArray() {
     if (!block.empty()) {
         cFrame.mcRest = leftStrip(cFrame.mcRest, kSeparators);
         // The element stays where it is until its frame is done: the array takes the next one after that.
-        mcFrames.push_back({block, &cArray.back(), nullptr});
+        mcFrames.push_back({block, &cArray.back(), nullptr, {}});
         return;
     }
     Variant cItem;

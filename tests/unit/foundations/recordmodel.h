@@ -167,7 +167,7 @@ inline std::vector<Record> parseArray(std::string inner) {
 inline std::string parseValue(Record& record, const std::string& key, std::string rest) {
     std::string text;
     if (!rest.empty() && rest[0] == '"') {
-        text = "\"" + beforeFirst(rest.substr(1), "\"") + "\"";
+        text = std::string(1, rest[0]).append(beforeFirst(rest.substr(1), "\"")).append(1, rest[0]);
         rest = afterFirst(rest, text);
     } else {
         text = beforeFirst(rest, ",");

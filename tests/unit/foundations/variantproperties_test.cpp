@@ -2,6 +2,7 @@
 #include <rapidcheck.h>
 #include <rapidcheck/gtest.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
@@ -78,4 +79,20 @@ RC_GTEST_PROP(VariantProperties, aParsedRecordEqualsItsCopy, ()) {
     RC_ASSERT(record.size() == copy.size());
     RC_ASSERT(record == copy);
     RC_ASSERT(record.difference(copy).empty());
+}
+
+TEST(VariantProperties, largeUnorderedRecordsReadAsTheModelReadsThem) {
+    std::mt19937 cRandom(7);
+    for (int iRound = 0; iRound < 5; ++iRound) {
+        std::string text;
+        for (int i = 0; i < 1500; ++i) {
+            // Short keys repeat, long ones agree in their first eight bytes and more.
+            text += cRandom() % 2 ? "prefix78" : "";
+            for (auto uLength = cRandom() % 5; uLength > 0; --uLength)
+                text += "ab\x80z\x01"[cRandom() % 5];
+            text += cRandom() % 8 ? ":" + std::to_string(i) + "," : ":{a:" + std::to_string(i) + ",b:[1]},";
+        }
+        ASSERT_EQ(recordmodel::difference(text), "");
+        ASSERT_EQ(recordmodel::difference("k:{" + text + "}"), "");
+    }
 }

@@ -12,6 +12,7 @@
 
 #include <condition_variable>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <mutex>
@@ -65,15 +66,15 @@ class Namespace {
     /// Puts a text in place of a file of the system, for this namespace only. Only a thread that came from
     /// this one keeps seeing it.
     bool replaceFile(const std::string& path, const std::string& text) {
-        char name[] = "/tmp/vnk-netns-XXXXXX";
-        const int iFile = ::mkstemp(name);
+        std::string name = (std::filesystem::temp_directory_path() / "vnk-netns-XXXXXX").string();
+        const int iFile = ::mkstemp(name.data());
         if (iFile < 0)
             return false;
         ::close(iFile);
         std::ofstream(name) << text;
         bool bGood = false;
-        run([&] { bGood = ::mount(name, path.c_str(), nullptr, MS_BIND, nullptr) == 0; });
-        ::unlink(name);
+        run([&] { bGood = ::mount(name.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0; });
+        ::unlink(name.c_str());
         return bGood;
     }
     /// The thread's number, by which `ip link set ... netns` finds the namespace.

@@ -2,11 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "support/errorlog.h"
 #include "support/faketransport.h"
 #include "support/resources.h"
 #include "zelvar/devicetypes.h"
 #include "zelvar/zelvarreceiver.h"
+
+/// A sanitizer makes a thread of its own beside the first of the program: here, before any are counted.
+inline const bool gbThreadsWarm = [] {
+    std::thread([] {}).join();
+    return true;
+}();
 
 /// A receiver on a unit without a wire, and the counts that must be back at its end.
 class ReceiverTest : public testing::Test {
@@ -35,7 +43,7 @@ class ReceiverTest : public testing::Test {
     bool allBack() {
         return vnktest::waitUntil([&] {
             return mcUnit->miLinks == 0 && Device::listedCount() == muDevices &&
-                   vnktest::liveThreads() == muThreads;
+                   vnktest::liveThreads() <= muThreads;
         });
     }
     static ZelvarRawDeviceType& rawType() {

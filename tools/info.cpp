@@ -33,7 +33,9 @@ std::string lines(const std::vector<RecordEntry>& entries) {
     for (const RecordEntry& entry : entries) {
         std::string line = entry.key;
         line.append(line.size() < 20 ? 20 - line.size() : 1, ' ');
-        text += line + entry.value + "\n";
+        line += entry.value;
+        line.erase(line.find_last_not_of(' ') + 1);
+        text += line + "\n";
     }
     return text;
 }

@@ -322,8 +322,10 @@ inline std::string difference(const std::string& text, const std::string& indent
     utils::VariantRecord record;
     if (!record.parse(text))
         return "parse failed";
-    if (!same(model, record))
-        return "parse: " + record.toPrettyText() + " instead of " + format(model, {false, "", true});
+    if (!same(model, record)) {
+        const std::string parsed = record.toPrettyText();
+        return "parse: " + parsed + " instead of " + format(model, {false, "", true});
+    }
     for (const Style& style : {Style{true, "", true}, Style{false, indent, true}, Style{true, indent, false},
                                Style{false, "", false}}) {
         const std::string expected = format(model, style);

@@ -139,6 +139,8 @@ class Capture {
         mpAverage = std::make_unique<SpectrumAverage>(uSize, mcResult.sampleRateHz);
         if (mcRequest.detect == Detect::am)
             mpAm = std::make_unique<AmDetector>(mcResult.sampleRateHz);
+        if (mcRequest.detect == Detect::modes && mcResult.sampleRateHz < ModeSDetector::kMinimumRateHz)
+            throw Failure(Exit::usage, "Mode S needs 2 MS/s: ask for an --ifbw of 1.7 MHz or more");
         if (mcRequest.detect == Detect::modes)
             mpModeS = std::make_unique<ModeSDetector>(mcResult.sampleRateHz);
         mcStarted = Clock::now();

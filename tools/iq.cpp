@@ -39,10 +39,14 @@ class Progress : public CaptureListener {
         if (mcOptions.quiet)
             return;
         const std::string line = progressLine(soFar);
-        if (mbTerminal)
+        if (mbTerminal) {
             rewrite(line);
-        else if (soFar.elapsedSeconds >= mdNext)
+        } else if (soFar.elapsedSeconds < mdNext) {
+            mcUnprinted = line;
+        } else {
             printErr(line);
+            mcUnprinted.clear();
+        }
         while (soFar.elapsedSeconds >= mdNext)
             mdNext += 1;
     }
@@ -50,6 +54,8 @@ class Progress : public CaptureListener {
     void end() {
         if (mbTerminal && !mcLine.empty())
             printErr("");
+        if (!mcUnprinted.empty())
+            printErr(mcUnprinted);
     }
 
  private:
@@ -63,7 +69,8 @@ class Progress : public CaptureListener {
 
     const IqOptions& mcOptions;
     bool mbTerminal;
-    std::string mcLine;
+    std::string mcLine;       ///< what stands on the terminal
+    std::string mcUnprinted;  ///< the newest that has no line yet
     double mdNext = 1;
 };
 

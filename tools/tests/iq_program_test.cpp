@@ -156,6 +156,12 @@ TEST_F(VnkIq, ModeSFramesOfARecordingAreFound) {
     EXPECT_EQ(found["aircraft"][0]["address"], "4D2023");
 }
 
+TEST_F(VnkIq, ModeSNeedsItsSampleRate) {
+    const Ran ran = runVnk(command({"--seconds", "1", "--detect", "modes"}));
+    EXPECT_EQ(ran.code, 2);
+    EXPECT_TRUE(holds(ran.err, "1.7 MHz")) << ran.err;
+}
+
 TEST_F(VnkIq, LostSamplesAreCountedAsAGap) {
     Program program(VNK_PROGRAM, command({"--seconds", "3", "--json"}));
     ASSERT_TRUE(program.waitForErr("realised"));

@@ -26,7 +26,7 @@ void UserErrors::pushStatus(int32_t iStatus) {
 int32_t UserErrors::nextStatus() {
     ScopedLock cGuard(mcErrorsMapLock);
     const auto it = mcStatuses.find(threadIdentifier());
-    if (it == mcStatuses.end())
+    if (it == mcStatuses.end() || it->second.empty())
         return 0;
     const int32_t iStatus = it->second.front();
     it->second.pop_front();

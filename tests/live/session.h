@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <complex>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <utility>
@@ -152,6 +154,54 @@ inline std::vector<std::complex<float>> collect(Stream& cStream, size_t uCount, 
         if (pRate)
             *pRate = cFrame->sampleRateHz;
     }
+    return lSamples;
+}
+
+/// A recording of the tree, or of the folder of recordings that lies beside some checkouts; empty if absent.
+inline std::string recordingPath(const std::string& name) {
+    for (const std::string& folder :
+         {std::string(VNK_TEST_DATA), std::string(VNK_SOURCE_DIR) + "/../shared/data"})
+        if (std::filesystem::exists(folder + "/" + name))
+            return folder + "/" + name;
+    return {};
+}
+
+/// Why a test skips without its recording.
+inline std::string absent(const std::string& name) {
+    return "the recording " + name + " is not on this machine";
+}
+
+/// Level on the air of full scale of a recording: well below the clipping of the converter, some 60 dB and
+/// more above its noise.
+inline constexpr double kRecordingLevel = -20;
+
+/// Puts a recording on the air, `offsetHz` beside the centre that the stream is tuned to, and captures it.
+/// The recording begins with the first sample of the capture. `recordedRate` need not be the true one: a
+/// faster recording has all its frequencies higher and its times shorter by one factor.
+inline std::vector<std::complex<float>> capture(const std::string& path, const char* pFormat,
+                                                double recordedRate, double centreHz, double offsetHz,
+                                                double ifbwHz, double seconds, float* pRate) {
+    vnksim::Scene cScene;
+    cScene.add(vnksim::Recording{centreHz + offsetHz, kRecordingLevel,
+                                 vnksim::readRecording(path, pFormat, recordedRate)});
+    vnksim::Unit cUnit(options(), cScene);
+    cUnit.start();
+    Device cDevice(cUnit.options().address);
+    EXPECT_EQ(cDevice.status(), 0) << log();
+    Stream cStream(centreHz, ifbwHz, -20);
+    EXPECT_EQ(cStream.set("{\"bufferFrames\":10000}"), 0);
+    EXPECT_EQ(cStream.attach(cDevice), 0);
+    std::vector<std::complex<float>> lSamples;
+    Frame cFrame;
+    do {
+        if (!cStream.next(cFrame) || cFrame->sequenceGap) {
+            ADD_FAILURE() << "frames are missing\n" << log();
+            return {};
+        }
+        *pRate = cFrame->sampleRateHz;
+        lSamples.insert(lSamples.end(), cFrame.samples(), cFrame.samples() + cFrame->sampleCount);
+    } while (static_cast<double>(lSamples.size()) < seconds * static_cast<double>(*pRate));
+    lSamples.resize(static_cast<size_t>(seconds * static_cast<double>(*pRate)));
     return lSamples;
 }
 

@@ -41,9 +41,10 @@
  *   object lives until the last call on it returns. Only vnkInitAPI and vnkShutdownAPI must not race with other
  *   calls. Functions that talk to a unit block for the time told with them.
  * - **Exceptions.** Nothing is caught at this boundary. Any function that allocates can pass std::bad_alloc.
- *   vnkOpenDevice and vnkResetDeviceConnection can pass an exception of the library's own when a unit serves
- *   correction data that contradict themselves; a C program then ends. vnkAttachStreamToDevice passes
- *   std::system_error when the system has no thread to give.
+ *   vnkOpenDevice can pass an exception of the library's own when a unit serves correction data that contradict
+ *   themselves; a C program then ends. Functions that connect or ask a unit
+ *   (vnkExamineDevice, vnkOpenDevice, vnkResetDeviceConnection, vnkQuerySCPI, and vnkGetParameters and
+ *   vnkSetParameters on a device) pass std::system_error when the system has no thread to give.
  * - **The host's process** is left alone: its signal handling, locale and rand() are not touched.
  */
 #ifndef LIBVNK_H
@@ -195,6 +196,7 @@ VNK_API int32_t vnkEnumerateDevices(uint32_t* count, uint8_t searchNetwork);
 /**
  * Describes a known address: the schema of the open device; what discovery told; or the answer of the unit, which is
  * asked for it and may take 2 s for each of two connections and 1 s for the reply.
+ * A name server's own limit comes on top of these times.
  * @return 0; -4 null address; -5 index out of range, or a unit that cannot be reached (status -6 is then in the
  * thread's queue); -2. `*description` is NULL on failure.
  */
@@ -205,6 +207,8 @@ VNK_API int32_t vnkExamineDevice(uint32_t index, char** description);
  * is, connects to its ports 37001 and 37000, reads its state and correction data and resets it: some seconds, and
  * longer by one second for each question that the unit leaves unanswered.
  * @param handle Receives the handle, 0xFFFFFFFF on failure.
+ * A name server's own limit comes on top; and a unit with much correction data that answers each read late can
+ * hold this call for very long (65,535 vectors at 0.9 s are 16 hours). The process can end meanwhile.
  * @return 0; -4 null address; -7 index out of range, unit unreachable, of an unknown model or in a wrong state (the
  * internal log tells); -2. May pass an exception, see the top of this file.
  */
@@ -228,6 +232,8 @@ VNK_API int32_t vnkClose(uint32_t* handle);
 /**
  * Sends one command to the unit. Nothing keeps it apart from the library's own commands. Line feeds inside the text
  * pass as they are.
+ * A unit that reads no more blocks this call once the system's buffers are full; vnkResetDeviceConnection from
+ * another thread frees it.
  * @return 0; -35 unknown handle; -36 not sent (the text is empty, ends in "?", or the link is broken); -2.
  */
 VNK_API int32_t vnkSendSCPI(uint32_t handle, const char* command);
@@ -311,7 +317,8 @@ VNK_API int32_t vnkGetParameters(uint32_t handle, char** parameters);
 
 /**
  * Sets parameters of an entity. The text is consumed: freed, and the variable NULL, whatever the result. A stream
- * takes all keys or none; a device each key that is good. A change on a stream that runs starts its capture again.
+ * takes all keys or none (LoopingFlag apart); a device each key that is good. A change on a stream that runs starts its
+ * capture again.
  * @return 0; -4 null address; -9 unknown handle; -33 a key is left that nothing understood, with no text about it;
  * -34 something was refused: the texts are in the internal log (code -34), the last one also in the thread's detail,
  * and a status for each in the thread's queue; -2.

@@ -79,9 +79,8 @@ void APIState::shutdown() {
 
 int32_t APIState::addKnownAddress(const KnownAddress& cRecord) {
     utils::ScopedLock cGuard(mcDevicesLock);
-    for (const KnownAddress& cKnown : mlKnownAddresses)
-        if (cKnown.mcAddress == cRecord.mcAddress)
-            return -3;
+    if (!mcKnownTexts.insert(cRecord.mcAddress).second)
+        return -3;
     mlKnownAddresses.push_back(cRecord);
     return 0;
 }
@@ -107,33 +106,40 @@ std::pair<uint32_t, ReferencePtr<Device>> APIState::findOpenDevice(const std::st
     return {kInvalidHandle, nullptr};
 }
 
+bool APIState::reserve(uint32_t uHandle) {
+    utils::ScopedLock cGuard(mcDrawnLock);
+    return mcDrawn.insert(uHandle).second;
+}
+
+void APIState::unreserve(uint32_t uHandle) {
+    utils::ScopedLock cGuard(mcDrawnLock);
+    mcDrawn.erase(uHandle);
+}
+
 uint32_t APIState::drawHandle() {
     for (;;) {
         const uint32_t uA = mcGenerator();
         const uint32_t uB = mcGenerator();
         const uint32_t uHandle = (uB << 16) ^ uA;
-        if (uHandle == kInvalidHandle || findDevice(uHandle) || findProcessor(uHandle) || findStream(uHandle))
+        // Kept from other threads first, looked up then: a number that another thread is entering just now is
+        // either still kept or in its table already.
+        if (uHandle == kInvalidHandle || !reserve(uHandle))
             continue;
-        utils::ScopedLock cGuard(mcDrawnLock);
-        if (mcDrawn.insert(uHandle).second)
+        if (!findDevice(uHandle) && !findProcessor(uHandle) && !findStream(uHandle))
             return uHandle;
+        unreserve(uHandle);
     }
 }
 
 template <typename Map, typename Value>
 uint32_t APIState::insert(utils::NamedLock& cLock, Map& cMap, Value cValue) {
-    for (;;) {
-        const uint32_t uHandle = drawHandle();
-        bool bInserted;
-        {
-            utils::ScopedLock cGuard(cLock);
-            bInserted = cMap.emplace(uHandle, cValue).second;
-        }
-        utils::ScopedLock cGuard(mcDrawnLock);
-        mcDrawn.erase(uHandle);
-        if (bInserted)
-            return uHandle;
+    const uint32_t uHandle = drawHandle();
+    {
+        utils::ScopedLock cGuard(cLock);
+        cMap.emplace(uHandle, std::move(cValue));
     }
+    unreserve(uHandle);
+    return uHandle;
 }
 
 uint32_t APIState::addDevice(ReferencePtr<Device> cDevice) NO_THREAD_SAFETY_ANALYSIS {
@@ -247,6 +253,7 @@ void APIState::releaseDevices() {
         utils::ScopedLock cGuard(mcDevicesLock);
         cDevices.swap(mcDevices);
         mlKnownAddresses.clear();
+        mcKnownTexts.clear();
     }
     for (const auto& [uHandle, cDevice] : cDevices)
         Device::forget(cDevice.get());

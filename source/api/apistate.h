@@ -72,6 +72,8 @@ class APIState {
     template <typename Map, typename Value>
     uint32_t insert(utils::NamedLock& cLock, Map& cMap, Value cValue);
     uint32_t drawHandle();
+    bool reserve(uint32_t uHandle);
+    void unreserve(uint32_t uHandle);
     bool closeStream(uint32_t uHandle);
     bool closeProcessor(uint32_t uHandle);
     bool closeDevice(uint32_t uHandle);
@@ -86,6 +88,7 @@ class APIState {
     std::atomic<int32_t> miLastStatus{0};
     utils::NamedLock mcDevicesLock{"APIState::mcDevicesLock"};
     std::vector<KnownAddress> mlKnownAddresses GUARDED_BY(mcDevicesLock);
+    std::set<std::string> mcKnownTexts GUARDED_BY(mcDevicesLock);   // the same addresses, for the look-up
     std::map<uint32_t, ReferencePtr<Device>> mcDevices GUARDED_BY(mcDevicesLock);
     utils::NamedLock mcProcessorsLock{"APIState::mcProcessorsLock"};
     std::map<uint32_t, ReferencePtr<FrameSink>> mcProcessors GUARDED_BY(mcProcessorsLock);

@@ -63,7 +63,14 @@ uint32_t openIndex(APIState& cState, uint32_t uIndex) {
     if (uOpen != kInvalidHandle)
         return uOpen;
     const ReferencePtr<Device> cDevice = openAddress(cKnown.mcAddress);
-    return cDevice ? cState.addDevice(cDevice) : kInvalidHandle;
+    if (!cDevice)
+        return kInvalidHandle;
+    try {
+        return cState.addDevice(cDevice);
+    } catch (...) {
+        Device::forget(cDevice.get());   // no memory for the entry: nobody could close it
+        throw;
+    }
 }
 
 }  // namespace
@@ -104,6 +111,7 @@ int32_t vnkOpenDevice(uint32_t index, uint32_t* handle) {
     VNK_STATE_OR_RETURN(pState);
     if (!handle)
         return kUnallocatedUserData;
+    *handle = kInvalidHandle;   // also where an exception passes
     *handle = openIndex(*pState, index);
     return *handle == kInvalidHandle ? -7 : 0;
 }

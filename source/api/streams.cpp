@@ -12,6 +12,7 @@ namespace {
 
 constexpr int32_t kInvalidStreamHandle = -17;
 constexpr int32_t kBadStreamHandle = -38;
+constexpr int32_t kExhausted = 2;
 
 struct FreeRecord {
     void operator()(vnkIQRecord* pRecord) const {
@@ -51,7 +52,7 @@ int32_t statusWithoutFrame(StreamHandler& cHandler, FrameSink& cSink) {
         return 3;
     const ReferencePtr<Entity> cSource = cHandler.getSource();
     if (!cSource || cSink.isExhausted())
-        return 2;
+        return kExhausted;
     return isDeviceSilent(cSource) ? -86 : 1;
 }
 
@@ -140,9 +141,15 @@ int32_t vnkGetNextIQ(uint32_t stream, vnkIQRecord** record, uint32_t timeoutMs) 
         return -19;
     if (!record)
         return kUnallocatedUserData;
-    const ReferencePtr<IQFrame> cFrame = cHandler->nextIQFrame(timeoutMs);
-    if (!cFrame)
-        return statusWithoutFrame(*cHandler, *cHandler);
+    ReferencePtr<IQFrame> cFrame = cHandler->nextIQFrame(timeoutMs);
+    if (!cFrame) {
+        const int32_t iStatus = statusWithoutFrame(*cHandler, *cHandler);
+        // The last frame may have come after the read gave up and before the source was seen to have ended.
+        if (iStatus == kExhausted)
+            cFrame = cHandler->nextIQFrame(0);
+        if (!cFrame)
+            return iStatus;
+    }
     auto pRecord = makeIQRecord(*cFrame, *cHandler);
     pState->addAllocation(pRecord.get(), cFrame);
     *record = pRecord.release();

@@ -108,6 +108,9 @@ bool FrameSink::takeFrame(bool bMarkBusy, ReferencePtr<Frame>& cFrame) {
     mbConsumerBusy = bMarkBusy;
     if (cFrame != nullptr)
         frameTaken(*cFrame);
+    // Signals count once: with several readers the wake-up is handed on.
+    if (!mlQueue.empty())
+        mcBufferSync.signal();
     mcConsumerSync.signal();
     return true;
 }

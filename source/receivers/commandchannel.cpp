@@ -55,9 +55,8 @@ std::string systemErrorText(const std::string& reply) {
         return "Bad response <" + trimmed + "> to SYST:ERR?";
     if (*iNumber == 0)
         return {};
-    const std::string_view text = utils::beforeFirst(utils::afterFirst(trimmed, "\""), "\"");
-    // An error without a text of its own must not pass for none.
-    return text.empty() ? trimmed : std::string(text);
+    // The text alone counts, as the unit tells it: an error without one passes for none.
+    return std::string(utils::beforeFirst(utils::afterFirst(trimmed, "\""), "\""));
 }
 
 std::string CommandChannel::querySystemError() {
@@ -97,8 +96,9 @@ bool CommandChannel::sendCommandAndPoll(const std::string& command, const std::s
 }
 
 bool CommandChannel::verifyInBLOCKMode() {
-    static const std::string kModeQuery = ":SYSTem:CAPTure:MODE?";
-    static const std::string kBlock = "BLOCK";
+    // No objects of static storage: a receiver thread may come here while the process ends.
+    static constexpr const char* kModeQuery = ":SYSTem:CAPTure:MODE?";
+    static constexpr const char* kBlock = "BLOCK";
     utils::reportTrace("_verifyInBLOCKMode");
     if (ask(kModeQuery).find(kBlock) == std::string::npos) {
         utils::reportError(kNotInBlockMode, "Opened device not in BLOCK mode");

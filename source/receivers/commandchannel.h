@@ -29,7 +29,6 @@ class CommandChannel : public utils::ReferenceCountedObject {
     /// test uses may end once another one, or none, has been set.
     void setStopTest(std::function<bool()> stopping);
     bool isStopping();
-    bool isStopping() const { return mcStopping && mcStopping(); }
 
     /// False with no protocol.
     bool send(const std::string& text);

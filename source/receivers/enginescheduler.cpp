@@ -128,21 +128,21 @@ bool EngineScheduler::detachSweep(const ReferencePtr<FrameSink>& cSink) {
     if (!cSink)
         return false;
     ReferencePtr<SweepEngine> cEngine;
-    ReferencePtr<SweepEngine> cSurvivor;
+    std::list<ReferencePtr<SweepEngine>> lOthers;
     utils::ScopedLock cLock(mcEnginesLock);
-    const bool bPair = mlSweepEngines.size() == 2;
+    // Of a pair the other one is about to be alone and may run continuously now.
+    if (mlSweepEngines.size() == 2)
+        lOthers = mlSweepEngines;
     const auto itServing = findServing(mlSweepEngines, cSink);
     if (itServing != mlSweepEngines.end()) {
         cEngine = *itServing;
         mlSweepEngines.erase(itServing);
     }
-    if (bPair)
-        cSurvivor = mlSweepEngines.front();
     const int iCount = static_cast<int>(mlSweepEngines.size());
     cLock.unlock();
-    // It is about to be alone and may run continuously now. Outside the lock: it may talk to the unit.
-    if (cEngine && cSurvivor)
-        cSurvivor->parametersChanged(nullptr);
+    lOthers.remove(cEngine);
+    for (const ReferencePtr<SweepEngine>& cOther : lOthers)
+        cOther->parametersChanged(nullptr);   // outside the lock: it may talk to the unit
     if (!cEngine)
         return false;
     reportTrace(formatText("_SweepMechanism detached leaving %d sweep engines", iCount));

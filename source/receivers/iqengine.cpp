@@ -176,7 +176,8 @@ bool IQCaptureEngine::process() {
         return true;
     if (!cCapture || !cCapture->mbFinite) {
         reportTrace(mcWords.mpStopsAtCount);
-        stop(false);
+        // A detach that came before the data waits for no halt: the unit is left idle here.
+        stop(bEnding && !mbForceTerminate);
     } else {
         reportTrace(bEnding ? mcWords.mpForceTerminated : mcWords.mpCompleted);
     }
@@ -229,8 +230,9 @@ void IQCaptureEngine::adaptStep() {
         fReference -= kAdaptStepdB;
     else
         return;
-    // Not quiet: the change starts the capture again. A level outside the receiver's range is refused and
-    // starts nothing.
+    if (!mcRanges.mcReferenceLevel.contains(fReference))
+        return;
+    // Not quiet: the change starts the capture again.
     utils::VariantRecord cStep;
     cStep.set("RefdBm", fReference);
     ErrorList lErrors;

@@ -39,7 +39,13 @@ bool IQStreamHandler::attachToSource(ReferencePtr<Entity> cSource, ErrorList& lE
     FrameSource* pSource = dynamic_cast<FrameSource*>(cSource.get());
     if (!pSource)
         return false;
-    exchangeSource(cSource);
+    // One source at a time: an earlier one would go on with a capture that nothing could end any more.
+    const ReferencePtr<Entity> cBefore = exchangeSource(cSource);
+    if (cBefore && !(cBefore == cSource)) {
+        const DetachNotice cNotice(*this);
+        if (FrameSource* pBefore = dynamic_cast<FrameSource*>(cBefore.get()))
+            pBefore->removeFrameSink(ReferencePtr<FrameSink>(this));
+    }
     utils::reportTrace("attachToSource => FrameSource::attachFrameSink");
     if (!pSource->attachFrameSink(ReferencePtr<FrameSink>(this), lErrors))
         return false;

@@ -157,6 +157,13 @@ void _IQMechanism::applyTrailer(IQFrame& cFrame, IQCapture& cCapture, const Pack
         appendStatus(cFrame, "overflow");
 }
 
+// Counted behind the delivery, so that a capture never looks complete while its last frame is on its way.
+// During a capture only this thread writes the count.
+void _IQMechanism::deliver(IQCapture& cCapture, const ReferencePtr<IQFrame>& cFrame, uint32_t uSamples) {
+    deliverFrame(cFrame, false);
+    cCapture.muSamplesDelivered += uSamples;
+}
+
 void _IQMechanism::handleIFDataIQ14(ReferencePtr<IFDataIQ14> cPacket) {
     const ReferencePtr<ZelvarIQCapture> cCapture =
         validCapture("IQ handleIFDataIQ14 with mbIQStreamDataValid==false");
@@ -165,14 +172,14 @@ void _IQMechanism::handleIFDataIQ14(ReferencePtr<IFDataIQ14> cPacket) {
     const IQPlan& cPlan = cCapture->mcPlan;
     const ReferencePtr<ComplexArray> cSamples =
         cPacket->getScaledSamples(cCapture->gainFor(mfDigitizerReference), isInverted(*cPacket));
-    const uint64_t uZeroth = cCapture->muSamplesDelivered.fetch_add(cPacket->sampleCount());
+    const uint64_t uZeroth = cCapture->muSamplesDelivered;
     const ReferencePtr<IQFrame> cFrame =
         makeReference<IQFrame>(cCapture->takeSequence(), uZeroth, cPacket->timestampNs(), kNanoseconds,
                                cPlan.mfTunedCentreHz, cCapture->mcRequest.mfIFBWHz, cPlan.mfSampleRateHz,
                                cCapture->mcRequest.mfRefdBm, cSamples, kUnitsSqrtMilliwatt);
     cCapture->noteLevel(*cFrame, levelOf(*cPacket));
     applyTrailer(*cFrame, *cCapture, *cPacket);
-    deliverFrame(cFrame, false);
+    deliver(*cCapture, cFrame, cPacket->sampleCount());
 }
 
 void _IQMechanism::handleIFDataI14(ReferencePtr<IFDataI14> cPacket) {
@@ -187,7 +194,7 @@ void _IQMechanism::handleIFDataI14(ReferencePtr<IFDataI14> cPacket) {
     cFrame->setLevel(cReal->level());
     cFrame->setSubOptimal(cReal->isSubOptimal());
     applyTrailer(*cFrame, *cCapture, *cPacket);  // takes a second number for the same loss, deliberately
-    deliverFrame(cFrame, false);
+    deliver(*cCapture, cFrame, cPacket->sampleCount());
 }
 
 ReferencePtr<IOnlyFrame> _IQMechanism::_interpretI14(ZelvarIQCapture& cCapture,
@@ -204,7 +211,7 @@ ReferencePtr<IOnlyFrame> _IQMechanism::_interpretI14(ZelvarIQCapture& cCapture,
                            isInverted(*cI14)};
     if (cCapture.mcPlan.mbDirectDigitization)
         cBand = {0.0f, kDirectLowestHz, kDirectHighestHz, isInverted(*cI14)};
-    const uint64_t uZeroth = cCapture.muSamplesDelivered.fetch_add(cI14->sampleCount());
+    const uint64_t uZeroth = cCapture.muSamplesDelivered;
     const ReferencePtr<IOnlyFrame> cFrame =
         makeReference<IOnlyFrame>(cCapture.takeSequence(), uZeroth, cI14->timestampNs(), kNanoseconds,
                                   fTuning, cBand.mfMaxUsableHz - cBand.mfMinUsableHz, kFullRateHz,

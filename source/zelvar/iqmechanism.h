@@ -49,6 +49,7 @@ class _IQMechanism final : public IQCaptureEngine, public ZelvarPacketListener {
 
  private:
     ReferencePtr<ZelvarIQCapture> validCapture(const char* pWhenInvalid);
+    void deliver(IQCapture& cCapture, const ReferencePtr<IQFrame>& cFrame, uint32_t uSamples);
     static void applyTrailer(IQFrame& cFrame, IQCapture& cCapture, const VITA49Zelvar::Packet& cPacket);
     ReferencePtr<IOnlyFrame> _interpretI14(ZelvarIQCapture& cCapture,
                                            const ReferencePtr<VITA49Zelvar::IFDataI14>& cI14);

@@ -146,6 +146,10 @@ bool ZelvarReceiver::reopen() {
     stop(kStopLimitMs);
     if (const auto cProtocol = mcDataProtocol.exchange({}))
         cProtocol->removeListener(this);
+    // Whoever still waits on the old link comes free: a query with a long time-out, a send to a unit that reads
+    // no more.
+    if (const auto cProtocol = mcChannel->protocol(); cProtocol && cProtocol->isOpen())
+        cProtocol->closeTransport();
     mcChannel->setProtocol({});
     handToEngines({});
     if (!_open(false))

@@ -38,7 +38,7 @@ ssize_t sendAll(int iDescriptor, const uint8_t* pBytes, size_t uLength) {
         if (iCount >= 0)
             uSent += static_cast<size_t>(iCount);
         else if (errno != EINTR)
-            return -1;
+            return uSent ? static_cast<ssize_t>(uSent) : -1;
     }
     return static_cast<ssize_t>(uSent);
 }

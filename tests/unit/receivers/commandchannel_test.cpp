@@ -67,9 +67,10 @@ TEST(SystemError, SilenceIsAnError) {
     EXPECT_EQ(systemErrorText(""), "No response to SYST:ERR?");
 }
 
-TEST(SystemError, AnErrorWithoutATextIsNotTakenForNone) {
-    EXPECT_EQ(systemErrorText("-113\n"), "-113");
-    EXPECT_EQ(systemErrorText("-113,\"\"\n"), "-113,\"\"");
+TEST(SystemError, OnlyTheTextBetweenTheQuotesCounts) {
+    EXPECT_EQ(systemErrorText("-113\n"), "");
+    EXPECT_EQ(systemErrorText("-113,\"\"\n"), "");
+    EXPECT_EQ(systemErrorText("-113,\"Undefined header\"\n"), "Undefined header");
     EXPECT_EQ(systemErrorText("-113,\"cut off\n"), "cut off");
 }
 

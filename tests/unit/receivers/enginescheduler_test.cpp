@@ -274,8 +274,16 @@ TEST_F(SchedulerTest, DetachingOneOfThreeSweepsTellsNobody) {
     const Sweep cB = attachSweep("b");
     const Sweep cC = attachSweep("c");
     EXPECT_TRUE(mcScheduler.detachSweep(cA.mcSink));
-    EXPECT_FALSE(mcScheduler.detachSweep(cA.mcSink));
     EXPECT_THAT(mcEvents.take(), IsEmpty());
+}
+
+TEST_F(SchedulerTest, ADetachThatFindsNothingStillHasAPairOfSweepsReExamined) {
+    const Sweep cA = attachSweep("a");
+    const Sweep cB = attachSweep("b");
+    const Sweep cC = attachSweep("c");
+    EXPECT_TRUE(mcScheduler.detachSweep(cA.mcSink));
+    EXPECT_FALSE(mcScheduler.detachSweep(cA.mcSink));
+    EXPECT_THAT(mcEvents.take(), testing::UnorderedElementsAre("b.changed", "c.changed"));
 }
 
 TEST_F(SchedulerTest, ASweepLeftWithoutStreamsIsStoppedAndAccessRecovered) {

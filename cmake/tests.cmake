@@ -10,6 +10,8 @@ function(vnk_test name)
     return()
   endif()
   add_executable(${name} ${TEST_SOURCES})
+  # What is tested is optimised as it ships; the tests themselves build a third faster like this.
+  target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O1>)
   foreach(room IN LISTS TEST_ROOMS)
     target_link_libraries(${name} PRIVATE vnk-${room})
     target_sources(${name} PRIVATE $<TARGET_OBJECTS:vnk-${room}>)

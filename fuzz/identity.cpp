@@ -39,7 +39,11 @@ void readIdentity(const std::string& reply) {
 void readError(const std::string& reply) {
     const std::string text = systemErrorText(reply);
     const auto iNumber = utils::parseInt32(utils::strip(reply));
-    require(text.empty() == (iNumber.has_value() && *iNumber == 0));
+    // An error that brings no text of its own passes for none.
+    if (!iNumber)
+        require(!text.empty());
+    else
+        require(*iNumber == 0 ? text.empty() : isPartOf(text, reply));
 }
 
 void readStatus(const std::string& reply) {

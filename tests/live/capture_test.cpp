@@ -211,6 +211,51 @@ TEST(ContinuousCapture, ADeviceClosedUnderItsStreamGoesOnUntilTheDetach) {
     EXPECT_TRUE(vnktest::waitUntil([&] { return cUnit.state().dataConnections == 0; }));
 }
 
+TEST(ContinuousCapture, AnEmptyQueueIsAWaitAndADeliveredRecordIsGivenBackOnce) {
+    vnksim::Unit cUnit(live::options(), oneTone());
+    cUnit.start();
+    live::Device cDevice(cUnit.options().address);
+    live::Stream cStream(100e6, 100e3);
+    ASSERT_EQ(cStream.attach(cDevice), 0);
+    live::Frame cFrame;
+    ASSERT_TRUE(cStream.next(cFrame));
+    vnkIQRecord* pRecord = cFrame.release();
+    EXPECT_EQ(vnkFreeIQ(&pRecord), 0);
+    EXPECT_EQ(vnkFreeIQ(&pRecord), -20);
+    // A packet holds a tenth of a second: a queue that has just been emptied stays so for a while.
+    EXPECT_TRUE(vnktest::waitUntil([&] {
+        vnkFlushStream(cStream.handle());
+        return cStream.read(cFrame, 0) == 1;
+    }));
+}
+
+TEST(ContinuousCapture, AStreamThatIsAttachedToAnotherDeviceLeavesTheFirst) {
+    vnksim::Unit cFirst(live::options(), oneTone()), cSecond(live::options(), oneTone());
+    cFirst.start();
+    cSecond.start();
+    live::Device cOne(cFirst.options().address), cOther(cSecond.options().address);
+    live::Stream cStream(100e6, 100e3);
+    ASSERT_EQ(cStream.attach(cOne), 0);
+    live::Frame cFrame;
+    ASSERT_TRUE(cStream.next(cFrame));
+    ASSERT_EQ(cStream.attach(cOther), 0);
+    EXPECT_TRUE(cFirst.waitForMode("BLOCK", 20s));
+    EXPECT_TRUE(cSecond.waitForMode("STREAMING", 20s));
+    EXPECT_EQ(cStream.detach(), 0);
+    EXPECT_TRUE(cSecond.waitForMode("BLOCK", 20s));
+}
+
+TEST(Open, AnOpenDeviceIsDescribedByItsSchema) {
+    vnksim::Unit cUnit(live::options("ZV300-A"), {});
+    cUnit.start();
+    live::Device cDevice(cUnit.options().address);
+    ASSERT_EQ(cDevice.status(), 0);
+    Text cText;
+    EXPECT_EQ(vnkExamineDevice(live::indexOf(cUnit.options().address), cText.address()), 0);
+    for (const char* pKey : {"\"RxSampleRate\":", "\"GNSSValid\":", "\"pllSource\":", "\"IFBWHz\":"})
+        EXPECT_NE(cText.str().find(pKey), std::string::npos) << pKey << cText.str();
+}
+
 TEST(FiniteCapture, IsASelfEndingListAndItsStreamEnds) {
     vnksim::Unit cUnit(live::options("ZV150-C"), oneTone());
     cUnit.start();

@@ -39,13 +39,12 @@ bool IQStreamHandler::attachToSource(ReferencePtr<Entity> cSource, ErrorList& lE
     FrameSource* pSource = dynamic_cast<FrameSource*>(cSource.get());
     if (!pSource)
         return false;
-    // One source at a time: an earlier one would go on with a capture that nothing could end any more.
-    const ReferencePtr<Entity> cBefore = exchangeSource(cSource);
-    if (cBefore && !(cBefore == cSource)) {
-        const DetachNotice cNotice(*this);
-        if (FrameSource* pBefore = dynamic_cast<FrameSource*>(cBefore.get()))
-            pBefore->removeFrameSink(ReferencePtr<FrameSink>(this));
-    }
+    // One source at a time: an earlier one would go on with a capture that nothing could end any more. It is
+    // left before the new one is noted, since its end detaches whatever is noted then.
+    const ReferencePtr<Entity> cBefore = getSource();
+    if (cBefore && !(cBefore == cSource))
+        detachFromSource();
+    exchangeSource(cSource);
     utils::reportTrace("attachToSource => FrameSource::attachFrameSink");
     if (!pSource->attachFrameSink(ReferencePtr<FrameSink>(this), lErrors))
         return false;

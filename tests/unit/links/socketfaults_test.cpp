@@ -299,15 +299,19 @@ TEST_F(SocketFaults, WithoutADescriptorToGiveTheOpenFailsCleanly) {
     rlimit cNew = cOld;
     cNew.rlim_cur = 256;
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &cNew), 0);
+    // Judged after the descriptors are free again: a sanitizer needs some of its own to look at an object.
+    bool bOpenWithNone, bOpenWithOne;
     {
         auto lHeld = occupyDescriptors(1 << 20);
-        EXPECT_FALSE(socketOpen(cServer.address(), 0).isValid());
-        EXPECT_THAT(vnktest::takeLog(),
-                    Contains(LogLine(-1002, "Cannot connect to address: " + cServer.address())));
+        bOpenWithNone = socketOpen(cServer.address(), 0).isValid();
         lHeld.pop_back();
-        EXPECT_TRUE(socketOpen(cServer.address(), 0).isValid());
+        bOpenWithOne = socketOpen(cServer.address(), 0).isValid();
     }
     ::setrlimit(RLIMIT_NOFILE, &cOld);
+    EXPECT_FALSE(bOpenWithNone);
+    EXPECT_TRUE(bOpenWithOne);
+    EXPECT_THAT(vnktest::takeLog(),
+                Contains(LogLine(-1002, "Cannot connect to address: " + cServer.address())));
 }
 
 TEST_F(SocketFaults, SocketsAreNotInheritedByChildren) {

@@ -32,7 +32,7 @@ TEST(Unit, leavesNoThreadAndNoDescriptorWhateverItsFaults) {
                                   "segmentBytes,1", "replyDelayMs,5000"};
     // A sanitizer may start a thread of its own with the first.
     std::thread([] {}).join();
-    const size_t descriptors = vnktest::openDescriptors(), threads = vnktest::liveThreads();
+    const size_t descriptors = vnktest::openDescriptors(), threads = vnktest::idleThreads();
     for (const char* fault : faults) {
         vnksim::UnitOptions options;
         options.address = vnktest::uniqueLoopback();

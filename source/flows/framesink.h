@@ -89,6 +89,8 @@ class FrameSink : public Entity {
     class DetachNotice {
      public:
         explicit DetachNotice(FrameSink& cSink) : mcSink(cSink) { ++mcSink.muDetaching; }
+        /// Another detach of the sink is going on too.
+        bool isNotAlone() const { return mcSink.muDetaching > 1; }
         ~DetachNotice() { --mcSink.muDetaching; }
         DetachNotice(const DetachNotice&) = delete;
         DetachNotice& operator=(const DetachNotice&) = delete;

@@ -60,6 +60,9 @@ bool IQStreamHandler::detachFromSource() {
     const DetachNotice cNotice(*this);
     const ReferencePtr<Entity> cSource = exchangeSource(nullptr);
     FrameSource* pSource = dynamic_cast<FrameSource*>(cSource.get());
+    // The source belongs to a detach that is going on: its result is that one's.
+    if (!pSource && cNotice.isNotAlone())
+        return false;
     const bool bRemoved = pSource && pSource->removeFrameSink(ReferencePtr<FrameSink>(this));
     FrameSink::detachFromSource();
     return bRemoved;

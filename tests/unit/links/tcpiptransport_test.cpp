@@ -291,7 +291,7 @@ TEST_F(TCPIPTransports, ATransportWhoseSendIsBlockedIsFreedByAClose) {
 
 TEST_F(TCPIPTransports, OpeningReadingAndClosingFromManyThreadsLeavesNothingBehind) {
     const size_t uDescriptors = vnktest::openDescriptors();
-    const size_t uThreads = vnktest::liveThreads();
+    const size_t uThreads = vnktest::idleThreads();
     {
         open();
         std::atomic<bool> bStop{false};

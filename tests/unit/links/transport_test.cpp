@@ -406,7 +406,7 @@ TEST_F(Transports, ATransactionTakesThePlaceOfTheCallbackSet) {
 }
 
 TEST_F(Transports, TransactionsOfManyThreadsEndInTimeAndLeaveNothingBehind) {
-    const size_t uThreads = vnktest::liveThreads();
+    const size_t uThreads = vnktest::idleThreads();
     std::vector<std::thread> lThreads;
     for (int i = 0; i < 4; ++i)
         lThreads.emplace_back([&] {

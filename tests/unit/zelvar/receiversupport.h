@@ -53,7 +53,7 @@ class ReceiverTest : public testing::Test {
 
     vnktest::ReachableUnit mcUnit;
     size_t muDevices = Device::listedCount();
-    size_t muThreads = vnktest::liveThreads();
+    size_t muThreads = vnktest::idleThreads();
 };
 
 /// A packet of the dialect: header, then the payload's words.

@@ -198,6 +198,8 @@ TEST_F(Fault, dataGoOnAfterAStopUntilTheFaultIsCleared) {
 }
 
 TEST_F(Fault, linksAreClosedAndReset) {
+    ASSERT_TRUE(vnktest::waitUntil([this] { return mpUnit->state().dataConnections == 1; }));
+    ASSERT_TRUE(mpScpi->ask("*IDN?").has_value());
     set("closeDataOnce");
     EXPECT_TRUE(mpData->ends());
     set("resetScpiOnce");
@@ -211,6 +213,8 @@ TEST_F(Fault, linksAreClosedAndReset) {
 }
 
 TEST_F(Fault, portsStopListeningAndComeBack) {
+    // A connection that the unit has not taken yet would go with its port.
+    ASSERT_TRUE(mpScpi->ask("*IDN?").has_value());
     set("dataNotListening");
     EXPECT_TRUE(
         vnktest::waitUntil([this] { return !Client(mcOptions.address, vnksim::kDataPort).connected(); }));

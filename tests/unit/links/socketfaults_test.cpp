@@ -299,7 +299,9 @@ TEST_F(SocketFaults, WithoutADescriptorToGiveTheOpenFailsCleanly) {
     rlimit cNew = cOld;
     cNew.rlim_cur = 256;
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &cNew), 0);
-    // Judged after the descriptors are free again: a sanitizer needs some of its own to look at an object.
+    // A sanitizer needs descriptors of its own to look at an object of a kind that it has not met before: one
+    // open comes first, and what came out is judged when the descriptors are free again.
+    EXPECT_TRUE(socketOpen(cServer.address(), 0).isValid());
     bool bOpenWithNone, bOpenWithOne;
     {
         auto lHeld = occupyDescriptors(1 << 20);

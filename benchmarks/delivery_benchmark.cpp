@@ -100,11 +100,10 @@ void vnkGetNextIQFromTheSocket(benchmark::State& cState) {
             if (vnkGetNextIQ(uStream, &pRecord, 2000) != 0)
                 continue;
             uBytes += uint64_t{pRecord->sampleCount} * 4;
+            uTotal += uint64_t{pRecord->sampleCount} * 4;
             uGaps += pRecord->sequenceGap;
             vnkFreeIQ(&pRecord);
         }
-    for (uint64_t u = 0; u < cState.iterations(); ++u)
-        uTotal += kBytes;
     cState.SetBytesProcessed(static_cast<int64_t>(uTotal));
     cState.counters["gaps"] = static_cast<double>(uGaps);
     vnkClose(&uStream);

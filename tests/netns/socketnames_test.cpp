@@ -46,6 +46,16 @@ class SocketNames : public testing::Test {
     uint64_t muMilliseconds = 0;
 };
 
+TEST_F(SocketNames, HostsThatAreNoNamesAreReportedWhole) {
+    for (const std::string address : {"127.0.0.300.1:80", ":80"}) {
+        EXPECT_FALSE(open(address).isValid());
+        const auto lErrors = log();
+        ASSERT_EQ(lErrors.size(), 1u);
+        EXPECT_EQ(lErrors.front().code(), -1001);
+        EXPECT_EQ(lErrors.front().message(), "Cannot resolve address: " + address);
+    }
+}
+
 TEST_F(SocketNames, TheSecondAddressIsTriedTwoSecondsAfterTheFirstRefused) {
     ASSERT_TRUE(mcHost.replaceFile("/etc/hosts", "127.0.0.11 unit.test\n127.0.0.12 unit.test\n"));
     int iFirst = -1;

@@ -66,12 +66,9 @@ TEST_F(Sockets, AnAddressWithoutAPortIsInvalidAndReportsNothing) {
 
 TEST_F(Sockets, AnAddressThatDoesNotResolveIsReportedWhole) {
     EXPECT_FALSE(socketOpen("127.0.0.1:no-such-port", 0).isValid());
-    EXPECT_FALSE(socketOpen("127.0.0.300.1:80", 0).isValid());
-    EXPECT_FALSE(socketOpen(":80", 0).isValid());
+    // Hosts that do not resolve would be asked of the machine's name server: those are tested in a namespace.
     EXPECT_THAT(vnktest::takeLog(),
-                ElementsAre(LogLine(-1001, "Cannot resolve address: 127.0.0.1:no-such-port"),
-                            LogLine(-1001, "Cannot resolve address: 127.0.0.300.1:80"),
-                            LogLine(-1001, "Cannot resolve address: :80")));
+                ElementsAre(LogLine(-1001, "Cannot resolve address: 127.0.0.1:no-such-port")));
 }
 
 TEST_F(Sockets, NothingOpensBeforeTheSocketLayerHasBeenStarted) {

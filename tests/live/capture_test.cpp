@@ -66,6 +66,8 @@ TEST(Open, EveryModelOpensAndTellsWhoItIs) {
         live::Device cDevice(cUnit.options().address);
         EXPECT_EQ(cDevice.status(), 0) << model << "\n" << live::log();
         EXPECT_NE(cDevice.parameters().find("\"RxSampleRate\":125000000.000000"), std::string::npos);
+        EXPECT_EQ(cDevice.set("{\"pllSource\":\"internal\"}"), 0) << model;
+        EXPECT_TRUE(cUnit.journal().waitFor(":SOURce:REFerence:PLL INT", 10s)) << model;
     }
 }
 

@@ -20,11 +20,27 @@ constexpr double kRealTransitionHz = 1e6;
 constexpr double kDirectHighHz = 61.5e6;
 constexpr uint64_t kTickNs = 8;
 
+/// `all` tells of the whole capture.
+bool isMirrored(const CaptureStep& step, const FaultSettings& faults, bool all) {
+    const bool byEntry = step.entry < 32 && (faults.invertedEntries >> step.entry & 1) != 0;
+    const double fromHz = faults.invertedFromMHz * 1e6, belowHz = faults.invertedBelowMHz * 1e6;
+    const bool byCentre = step.centreHz >= fromHz && step.centreHz < belowHz;
+    return !step.directDigitization && (all || byEntry || byCentre);
+}
+
 }  // namespace
 
-View viewOf(const CaptureStep& step, double referenceLevelDbm, bool mirrored) {
+View viewOf(const CaptureStep& step, double referenceLevelDbm, bool mirrored, const UnitOptions& options) {
     View view;
     view.real = step.real();
+    if (options.ifGaindB) {
+        const double tuned = step.directDigitization ? 0 : step.centreHz;
+        const double sign = mirrored ? -1 : 1;
+        const double origin = step.directDigitization ? 0 : kIfHz;
+        view.gaindB = [gain = options.ifGaindB, tuned, sign, origin](double hz) {
+            return gain(tuned, origin + sign * (hz - tuned));
+        };
+    }
     view.rateHz = kAdcRateHz / (view.real ? 1 : step.decimation);
     view.fullScaleDbm = referenceLevelDbm + kHeadroomdB;
     if (step.directDigitization) {
@@ -50,15 +66,18 @@ struct Capturer::Run {
     std::shared_ptr<const Scene> scene;
     UnitTime startTime;
     std::chrono::steady_clock::time_point start;
-    bool mirrored;
+    bool mirrored;  ///< all of it
     PacketMaker maker{};
     uint64_t ticks = 0;      ///< converter clocks since the start
     uint64_t samples = 0;    ///< of all packets so far
     uint64_t dataCount = 0;  ///< data packets made, for faults that count them
+    uint64_t blocks = 0;     ///< begun, for faults that count them
+    bool identified = false;
+    bool stepMirrored = false;
+    size_t place = 0;  ///< of the next packet in the pass
     bool lossPending = false;
     double lastReference = -1000;
     uint64_t lastContextTicks = 0;
-    std::map<size_t, std::unique_ptr<Synthesizer>> synthesizers{};
     std::vector<float> buffer{};
     std::vector<std::shared_ptr<const std::vector<uint8_t>>> prepared{};
     std::optional<Packet> held{};
@@ -87,6 +106,7 @@ void Capturer::stopThread() {
         const std::scoped_lock lock(mcLock);
         mbEnd = true;
         mcNext.reset();
+        mcFollowing.reset();
         mbCancel = true;
     }
     mcChanged.notify_all();
@@ -97,6 +117,7 @@ void Capturer::stopThread() {
 }
 
 void Capturer::cancelAndWait(std::unique_lock<std::mutex>& lock) {
+    mcFollowing.reset();
     if (mcNext) {  // not begun yet
         mcNext.reset();
         mbBusy = false;
@@ -112,12 +133,18 @@ void Capturer::cancelAndWait(std::unique_lock<std::mutex>& lock) {
 void Capturer::start(CapturePlan plan) {
     {
         std::unique_lock lock(mcLock);
+        ++muCaptures;
+        const bool runs = mcMode == "SWEEPING" && mbBusy && !mbCancel;
+        if (plan.list && runs && mcRunningIdentifier == plan.identifier) {
+            mcFollowing = std::make_unique<CapturePlan>(std::move(plan));
+            return;
+        }
         cancelAndWait(lock);
+        mcRunningIdentifier = plan.list ? std::optional(plan.identifier) : std::nullopt;
         mcMode = plan.list ? "SWEEPING" : "STREAMING";
         mcNext = std::make_unique<CapturePlan>(std::move(plan));
         mbBusy = true;
         mbCancel = false;
-        ++muCaptures;
     }
     mcChanged.notify_all();
 }
@@ -179,6 +206,9 @@ void Capturer::body() {
         lock.unlock();
         run(*plan, scene);
         lock.lock();
+        if (!mcNext && !mbCancel) {
+            mcNext = std::move(mcFollowing);
+        }
         mbBusy = mcNext != nullptr;
         if (!mbBusy && !mbCancel) {
             mcMode = "BLOCK";
@@ -194,11 +224,13 @@ void Capturer::run(const CapturePlan& plan, std::shared_ptr<const Scene> scene) 
     Run run{plan, std::move(scene),
             UnitTime{static_cast<uint32_t>(ns / 1000000000u), ns % 1000000000u * 1000u},
             std::chrono::steady_clock::now(), mcFaults.snapshot().spectralInversion};
+    if (mcKeptScene != run.scene) {
+        mcKept.clear();
+        mcKeptScene = run.scene;
+    }
     for (uint32_t pass = 0; plan.iterations == 0 || pass < plan.iterations; ++pass) {
-        for (size_t index = 0; index < plan.steps.size(); ++index) {
-            if (!runStep(run, index)) {
-                return;
-            }
+        if (!runPass(run)) {
+            return;
         }
     }
     if (run.held) {
@@ -206,32 +238,132 @@ void Capturer::run(const CapturePlan& plan, std::shared_ptr<const Scene> scene) 
     }
 }
 
+bool Capturer::runPass(Run& run) {
+    const size_t count = run.plan.steps.size();
+    run.place = 0;
+    for (size_t index = 0; index < count; ++index) {
+        const bool swap = run.plan.list && index + 1 < count && mcFaults.snapshot().swapBlocksOnce;
+        if (swap) {
+            mcFaults.change([](FaultSettings& now) { now.swapBlocksOnce = false; });
+            if (!runStep(run, index + 1)) {
+                return false;
+            }
+        }
+        if (!runStep(run, index)) {
+            return false;
+        }
+        index += swap ? 1 : 0;
+    }
+    return true;
+}
+
+/// True, and one less, when the fault still has to act.
+bool Capturer::takeOnce(unsigned FaultSettings::*fault) {
+    bool acts = false;
+    mcFaults.change([&](FaultSettings& now) {
+        acts = now.*fault > 0;
+        now.*fault -= acts ? 1 : 0;
+    });
+    return acts;
+}
+
+bool Capturer::pause(unsigned ms) {
+    std::unique_lock lock(mcLock);
+    mcChanged.wait_for(lock, std::chrono::milliseconds(ms), [this] { return cancelled(); });
+    return !cancelled();
+}
+
 bool Capturer::runStep(Run& run, size_t index) {
     const CaptureStep& step = run.plan.steps[index];
     // Sample numbers of the step count from the start of the capture, so the step begins on one of them.
     const uint64_t grid = step.real() ? 1 : step.decimation;
     run.ticks = (run.ticks + grid - 1) / grid * grid;
-    if (!sendContexts(run, step, run.samples == 0)) {
-        return false;
+    if (!run.plan.list) {
+        return sendBlock(run, index);
     }
-    constexpr size_t kKept = 16;
-    auto& kept = run.synthesizers[index % kKept];
-    if (!kept || run.plan.steps.size() > kKept) {
-        const double level = referenceLevelDbm(mcOptions.model, step.gain1, step.gain2, step.attenuation);
-        kept = std::make_unique<Synthesizer>(*run.scene, viewOf(step, level, run.mirrored), mcNoise,
+    const FaultSettings faults = mcFaults.snapshot();
+    const auto isDue = [&run](unsigned every) { return every > 0 && run.blocks % every == 0; };
+    ++run.blocks;
+    if (faults.lateBlockOnceMs > 0) {
+        mcFaults.change([](FaultSettings& now) { now.lateBlockOnceMs = 0; });
+        if (!pause(faults.lateBlockOnceMs)) {
+            return false;
+        }
+    }
+    if (isDue(faults.loseBlockEvery) ||
+        (faults.loseBlockOnce > 0 && takeOnce(&FaultSettings::loseBlockOnce))) {
+        run.ticks += uint64_t{step.packets} * step.samplesPerPacket * grid;
+        run.place += step.packets;
+        return !cancelled();
+    }
+    const bool twice = isDue(faults.repeatBlockEvery) ||
+                       (faults.repeatBlockOnce > 0 && takeOnce(&FaultSettings::repeatBlockOnce));
+    const uint64_t ticks = run.ticks;
+    const size_t place = run.place;
+    if (twice) {
+        if (!sendBlock(run, index)) {
+            return false;
+        }
+        run.ticks = ticks;
+        run.place = place;
+    }
+    return sendBlock(run, index);
+}
+
+Synthesizer& Capturer::synthesizerOf(Run& run, const CaptureStep& step) {
+    const double level = referenceLevelDbm(mcOptions.model, step.gain1, step.gain2, step.attenuation);
+    const StepKey key{step.directDigitization, step.directDigitization ? 0 : step.centreHz, step.decimation,
+                      level, run.stepMirrored};
+    // A sweep of the whole range has 750 settings.
+    constexpr size_t kMostKept = 4096;
+    if (mcKept.size() >= kMostKept && mcKept.count(key) == 0) {
+        mcKept.clear();
+    }
+    auto& kept = mcKept[key];
+    if (!kept) {
+        kept = std::make_unique<Synthesizer>(*run.scene, viewOf(step, level, run.stepMirrored, mcOptions),
+                                             mcNoise,
                                              mcOptions.dither ? kDitherCounts / kCountsPerFullScale : 0);
     }
+    return *kept;
+}
+
+bool Capturer::sendBlock(Run& run, size_t index) {
+    const CaptureStep& step = run.plan.steps[index];
+    run.stepMirrored = isMirrored(step, mcFaults.snapshot(), run.mirrored);
+    if (!sendContexts(run, step, !run.identified)) {
+        return false;
+    }
+    run.identified = true;
+    Synthesizer& synthesizer = synthesizerOf(run, step);
     for (uint32_t packet = 0; step.packets == 0 || packet < step.packets; ++packet) {
         constexpr uint64_t kContextTicks = 125000000;
         if (packet > 0 && run.ticks - run.lastContextTicks >= kContextTicks &&
             !sendContexts(run, step, false)) {
             return false;
         }
-        if (!sendData(run, step, *kept)) {
+        if (!sendData(run, step, synthesizer)) {
             return false;
         }
     }
     return true;
+}
+
+bool Capturer::sendReceiverContext(Run& run, const CaptureStep& step, const FaultSettings& faults) {
+    if (faults.frequencyMissing) {
+        return true;
+    }
+    const double front = (step.gain1 ? 10.0 : 0.0) + (step.gain2 ? 10.0 : 0.0);
+    double hz = step.directDigitization ? 0 : step.centreHz;
+    if (run.plan.list) {
+        hz += (faults.blockShiftKHz + faults.blockShiftOnceKHz) * 1e3;
+        if (faults.blockShiftOnceKHz != 0) {
+            mcFaults.change([](FaultSettings& now) { now.blockShiftOnceKHz = 0; });
+        }
+    }
+    return mcQueue.push(run.maker.receiverContext(run.startTime.plus(run.ticks), hz, front,
+                                                  -static_cast<double>(step.attenuation)),
+                        [this] { return cancelled(); });
 }
 
 bool Capturer::sendContexts(Run& run, const CaptureStep& step, bool first) {
@@ -240,9 +372,7 @@ bool Capturer::sendContexts(Run& run, const CaptureStep& step, bool first) {
     const auto push = [&](Packet packet) {
         return mcQueue.push(std::move(packet), [this] { return cancelled(); });
     };
-    const double front = (step.gain1 ? 10.0 : 0.0) + (step.gain2 ? 10.0 : 0.0);
-    const double rf = step.directDigitization ? 0 : step.centreHz;
-    if (!push(run.maker.receiverContext(time, rf, front, -static_cast<double>(step.attenuation)))) {
+    if (!sendReceiverContext(run, step, faults)) {
         return false;
     }
     const double level = referenceLevelDbm(mcOptions.model, step.gain1, step.gain2, step.attenuation);
@@ -276,11 +406,15 @@ bool Capturer::sendContexts(Run& run, const CaptureStep& step, bool first) {
 }
 
 std::shared_ptr<const std::vector<uint8_t>> Capturer::makePayload(Run& run, const CaptureStep& step,
-                                                                  Synthesizer& synthesizer, bool& overRange) {
-    const uint32_t count = step.samplesPerPacket;
+                                                                  uint32_t count, Synthesizer& synthesizer,
+                                                                  bool& overRange) {
+    // Those of a stream go round and round, those of a list come again in each pass.
     const bool endless = step.packets == 0;
-    if (endless && mcOptions.preSynthesise > 0 && run.prepared.size() >= mcOptions.preSynthesise) {
-        return run.prepared[run.dataCount % run.prepared.size()];
+    const size_t kept =
+        endless && !run.prepared.empty() ? run.dataCount % mcOptions.preSynthesise : run.place;
+    ++run.place;
+    if (kept < run.prepared.size() && run.prepared[kept]->size() == count * (step.real() ? 2u : 4u)) {
+        return run.prepared[kept];
     }
     const size_t width = step.real() ? 1 : 2;
     const uint64_t firstSample = run.ticks / (step.real() ? 1 : step.decimation);
@@ -295,10 +429,18 @@ std::shared_ptr<const std::vector<uint8_t>> Capturer::makePayload(Run& run, cons
         overRange = kernels::quantise(payload->data() + done * width * 2, run.buffer.data(), part * width) ||
                     overRange;
     }
-    if (endless && mcOptions.preSynthesise > 0) {
+    if (kept == run.prepared.size() && kept < mcOptions.preSynthesise) {
         run.prepared.push_back(payload);
     }
     return payload;
+}
+
+uint32_t Capturer::samplesOfPacket(const Run& run, const CaptureStep& step, const FaultSettings& faults) {
+    constexpr uint32_t kShort = 32;
+    const bool due = faults.shortPacketEvery > 0 && (run.dataCount + 1) % faults.shortPacketEvery == 0;
+    const bool isShort =
+        run.plan.list && (due || (faults.shortPacketOnce > 0 && takeOnce(&FaultSettings::shortPacketOnce)));
+    return step.samplesPerPacket - (isShort ? kShort : 0);
 }
 
 bool Capturer::sendData(Run& run, const CaptureStep& step, Synthesizer& synthesizer) {
@@ -310,15 +452,15 @@ bool Capturer::sendData(Run& run, const CaptureStep& step, Synthesizer& synthesi
         mcFaults.change([](FaultSettings& now) { now.loseSamplesOnce = 0; });
     }
     bool overRange = false;
-    auto payload = makePayload(run, step, synthesizer, overRange);
+    const uint32_t count = samplesOfPacket(run, step, faults);
+    auto payload = makePayload(run, step, count, synthesizer, overRange);
     if (!payload) {
         return false;
     }
-    const bool mirrored = run.mirrored && !step.directDigitization;
     uint32_t bits = trailer::kValidDataEnable | trailer::kValidData | trailer::kReferenceLockEnable |
                     trailer::kReferenceLock | trailer::kInversionEnable | trailer::kOverRangeEnable |
                     trailer::kSampleLossEnable;
-    bits |= (mirrored ? trailer::kInversion : 0) | (overRange ? trailer::kOverRange : 0) |
+    bits |= (run.stepMirrored ? trailer::kInversion : 0) | (overRange ? trailer::kOverRange : 0) |
             (run.lossPending ? trailer::kSampleLoss : 0);
     bits = (bits & ~faults.trailerClear) | faults.trailerSet;
     run.lossPending = false;
@@ -328,9 +470,9 @@ bool Capturer::sendData(Run& run, const CaptureStep& step, Synthesizer& synthesi
     }
     Packet packet =
         run.maker.data(step.real() ? StreamId::dataI14 : StreamId::dataIQ14, run.startTime.plus(run.ticks),
-                       std::move(payload), step.samplesPerPacket, bits, sizeOffset);
+                       std::move(payload), count, bits, sizeOffset);
     run.ticks += step.samplesPerPacket * ticksPerSample;
-    run.samples += step.samplesPerPacket;
+    run.samples += count;
     ++run.dataCount;
     return waitUntilDue(run) && pushData(run, faults, std::move(packet));
 }
@@ -357,6 +499,9 @@ bool Capturer::pushData(Run& run, const FaultSettings& faults, Packet packet) {
         mcFaults.change([](FaultSettings& now) { now.swapOnce = false; });
         run.held = std::move(packet);
         return true;
+    }
+    if (faults.repeatOnce > 0 && takeOnce(&FaultSettings::repeatOnce) && !push(packet)) {
+        return false;
     }
     return push(std::move(packet));
 }

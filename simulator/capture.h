@@ -5,8 +5,10 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "simulator/packetqueue.h"
@@ -24,6 +26,7 @@ struct CaptureStep {
     uint32_t packets = 0;  ///< 0: endless
     unsigned attenuation = 0;
     bool gain1 = true, gain2 = true;
+    uint32_t entry = 0;  ///< of a list, from 0
 
     bool real() const { return directDigitization || decimation == 1; }
 };
@@ -44,7 +47,8 @@ class Capturer {
     void startThread();
     void stopThread();
 
-    /// Replaces a capture that runs.
+    /// Replaces a capture that runs. A list that runs and is started by its own identifier runs once more
+    /// behind itself, however often it is started meanwhile.
     void start(CapturePlan plan);
     /// Returns when no packet of the capture can follow.
     void stop();
@@ -60,12 +64,20 @@ class Capturer {
 
  private:
     struct Run;
+    using StepKey = std::tuple<bool, double, uint32_t, double, bool>;
     void body();
     void run(const CapturePlan& plan, std::shared_ptr<const Scene> scene);
+    bool runPass(Run& run);
     bool runStep(Run& run, size_t index);
+    bool sendBlock(Run& run, size_t index);
+    Synthesizer& synthesizerOf(Run& run, const CaptureStep& step);
+    bool takeOnce(unsigned FaultSettings::*fault);
+    bool pause(unsigned ms);
     bool sendContexts(Run& run, const CaptureStep& step, bool first);
+    bool sendReceiverContext(Run& run, const CaptureStep& step, const FaultSettings& faults);
     bool sendData(Run& run, const CaptureStep& step, Synthesizer& synthesizer);
-    std::shared_ptr<const std::vector<uint8_t>> makePayload(Run& run, const CaptureStep& step,
+    uint32_t samplesOfPacket(const Run& run, const CaptureStep& step, const FaultSettings& faults);
+    std::shared_ptr<const std::vector<uint8_t>> makePayload(Run& run, const CaptureStep& step, uint32_t count,
                                                             Synthesizer& synthesizer, bool& overRange);
     bool pushData(Run& run, const FaultSettings& faults, Packet packet);
     bool waitUntilDue(const Run& run);
@@ -82,13 +94,19 @@ class Capturer {
     std::thread mcThread;
     std::shared_ptr<const Scene> mcScene;
     std::unique_ptr<CapturePlan> mcNext;
+    std::unique_ptr<CapturePlan> mcFollowing;     // the list that runs, once more
+    std::optional<uint32_t> mcRunningIdentifier;  // of a list
     std::string mcMode = "BLOCK";
     bool mbBusy = false, mbEnd = false;
     std::atomic<bool> mbCancel{false};
     std::atomic<uint64_t> muCaptures{0}, muDataPackets{0}, muSamples{0};
+
+    // Of the capturing thread: kept from list to list, since a sweep comes back to the same settings.
+    std::shared_ptr<const Scene> mcKeptScene;
+    std::map<StepKey, std::unique_ptr<Synthesizer>> mcKept;
 };
 
 /// What a step sees, with the level that stands for full scale.
-View viewOf(const CaptureStep& step, double referenceLevelDbm, bool mirrored);
+View viewOf(const CaptureStep& step, double referenceLevelDbm, bool mirrored, const UnitOptions& options);
 
 }  // namespace vnksim

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 
 #include "simulator/packets.h"
@@ -47,6 +48,43 @@ std::vector<uint8_t> makeCorrectionSet(const std::vector<std::pair<uint32_t, uin
         }
     }
     return bytes;
+}
+
+std::function<double(double, double)> gainOfCorrections(const std::vector<uint8_t>& set) {
+    constexpr double kBandHz = 62.5e6;
+    constexpr size_t kHeader = 48, kRow = 6;
+    const auto number = [&set](size_t offset, size_t bytes) {
+        uint32_t value = 0;
+        for (size_t i = 0; i < bytes; ++i) {
+            value = value << 8 | set.at(offset + i);
+        }
+        return value;
+    };
+    const size_t rows = number(2, 2), points = number(6, 2);
+    std::vector<std::pair<double, std::vector<double>>> table;
+    for (size_t row = 0; row < rows; ++row) {
+        const size_t place = kHeader + row * kRow;
+        const size_t vector = kHeader + rows * kRow + number(place + 4, 2) * (2 + 4 * points) + 2;
+        std::vector<double> gains;
+        for (size_t k = 0; k < points; ++k) {
+            gains.push_back(static_cast<double>(static_cast<int32_t>(number(vector + 4 * k, 4))) * 1e-6);
+        }
+        table.emplace_back(number(place, 4) * 1e3, std::move(gains));
+    }
+    std::sort(table.begin(), table.end());
+    return [table](double tunedHz, double placeHz) {
+        auto row = std::find_if(table.begin(), table.end(),
+                                [tunedHz](const auto& entry) { return entry.first > tunedHz; });
+        if (table.empty() || table[0].second.empty()) {
+            return 0.0;
+        }
+        const std::vector<double>& gains = (row == table.end() ? table.back() : *row).second;
+        const double x = std::clamp(placeHz / kBandHz, 0.0, 1.0) * static_cast<double>(gains.size());
+        const size_t low = std::min(static_cast<size_t>(x), gains.size() - 1);
+        const size_t high = std::min(low + 1, gains.size() - 1);
+        const double rest = x - std::floor(x);
+        return gains[low] * (1 - rest) + gains[high] * rest;
+    };
 }
 
 CorrectionData defaultCorrectionData(uint64_t seed) {

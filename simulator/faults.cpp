@@ -39,6 +39,7 @@ const NamedMember kMembers[] = {
     {"DROPONCE", &FaultSettings::dropOnce},
     {"LOSESAMPLESONCE", &FaultSettings::loseSamplesOnce},
     {"SWAPONCE", &FaultSettings::swapOnce},
+    {"REPEATONCE", &FaultSettings::repeatOnce},
     {"SEGMENTBYTES", &FaultSettings::segmentBytes},
     {"GARBAGEBYTES", &FaultSettings::garbageBytes},
     {"SIZEFIELDOFFSET", &FaultSettings::sizeFieldOffset},
@@ -47,6 +48,20 @@ const NamedMember kMembers[] = {
     {"TRAILERCLEAR", &FaultSettings::trailerClear},
     {"SPECTRALINVERSION", &FaultSettings::spectralInversion},
     {"DATAAFTERSTOP", &FaultSettings::dataAfterStop},
+    {"LOSEBLOCKEVERY", &FaultSettings::loseBlockEvery},
+    {"LOSEBLOCKONCE", &FaultSettings::loseBlockOnce},
+    {"REPEATBLOCKEVERY", &FaultSettings::repeatBlockEvery},
+    {"REPEATBLOCKONCE", &FaultSettings::repeatBlockOnce},
+    {"SWAPBLOCKSONCE", &FaultSettings::swapBlocksOnce},
+    {"BLOCKSHIFTKHZ", &FaultSettings::blockShiftKHz},
+    {"BLOCKSHIFTONCEKHZ", &FaultSettings::blockShiftOnceKHz},
+    {"LATEBLOCKONCEMS", &FaultSettings::lateBlockOnceMs},
+    {"SHORTPACKETEVERY", &FaultSettings::shortPacketEvery},
+    {"SHORTPACKETONCE", &FaultSettings::shortPacketOnce},
+    {"FREQUENCYMISSING", &FaultSettings::frequencyMissing},
+    {"INVERTEDENTRIES", &FaultSettings::invertedEntries},
+    {"INVERTEDFROMMHZ", &FaultSettings::invertedFromMHz},
+    {"INVERTEDBELOWMHZ", &FaultSettings::invertedBelowMHz},
 };
 
 bool assign(bool& target, const std::string& value) {

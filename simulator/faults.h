@@ -57,6 +57,7 @@ struct FaultSettings {
     unsigned dropOnce = 0;             ///< so many data packets are not sent
     unsigned loseSamplesOnce = 0;      ///< so many samples are skipped; the next packet tells of the loss
     bool swapOnce = false;             ///< two neighbouring data packets change places
+    unsigned repeatOnce = 0;           ///< so many data packets are sent twice, with one count and one time
     unsigned segmentBytes = 0;         ///< the stream is cut into segments of so many bytes
     unsigned garbageBytes = 0;         ///< garbage in front of each packet
     int sizeFieldOffset = 0;           ///< added to the size field of each data packet
@@ -65,6 +66,22 @@ struct FaultSettings {
     uint32_t trailerClear = 0;         ///< bits cleared, before `trailerSet`
     bool spectralInversion = false;    ///< SH data mirrored about the IF (IQ: conjugated), and flagged so
     bool dataAfterStop = false;        ///< stops and ABORT do not end the stream
+
+    // --- blocks of a list: a setting with its contexts and all its packets
+    unsigned loseBlockEvery = 0;    ///< each n-th block is not sent
+    unsigned loseBlockOnce = 0;     ///< so many blocks are not sent
+    unsigned repeatBlockEvery = 0;  ///< each n-th block is sent twice
+    unsigned repeatBlockOnce = 0;   ///< so many blocks are sent twice
+    bool swapBlocksOnce = false;    ///< two neighbouring blocks of one pass change places
+    int blockShiftKHz = 0;          ///< added to the frequency that each block's context tells
+    int blockShiftOnceKHz = 0;      ///< added to that of one block
+    unsigned lateBlockOnceMs = 0;   ///< one block comes so much later, and what follows it
+    unsigned shortPacketEvery = 0;  ///< each n-th packet of a list is a whole one of 32 samples less
+    unsigned shortPacketOnce = 0;   ///< so many packets are
+    bool frequencyMissing = false;  ///< no ReceiverContext at all
+    unsigned invertedEntries = 0;   ///< bit k: SH data of the list's entry k + 1 mirrored, and flagged so
+    unsigned invertedFromMHz = 0;   ///< the same for centres from here ...
+    unsigned invertedBelowMHz = 0;  ///< ... to below here
 };
 
 /// The faults of a running unit. Safe from any thread; changes act at once.

@@ -230,6 +230,7 @@ Reply Instrument::listIterationsQuery(const Arguments&) {
 
 CapturePlan Instrument::listPlan(uint32_t identifier) const {
     CapturePlan plan{identifier, true, {}, mcState.iterations};
+    uint32_t number = 0;
     for (const SweepEntry& entry : mcState.list) {
         CaptureStep step;
         step.directDigitization = entry.directDigitization;
@@ -239,6 +240,7 @@ CapturePlan Instrument::listPlan(uint32_t identifier) const {
         step.attenuation = entry.attenuation;
         step.gain1 = mcState.gain1;
         step.gain2 = mcState.gain2;
+        step.entry = number++;
         const bool stepped = !entry.directDigitization && entry.centreStep > 0;
         for (uint64_t centre = entry.centreFirst; centre <= entry.centreLast; centre += entry.centreStep) {
             if (plan.steps.size() >= kMostSteps) {

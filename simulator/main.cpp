@@ -88,7 +88,7 @@ int run(const vnksim::UnitOptions& options, const std::string& scenePath, bool j
 int main(int argc, char** argv) {
     vnksim::UnitOptions options;
     std::string scene;
-    bool journal = false, noDiscovery = false, flatOut = false;
+    bool journal = false, noDiscovery = false, flatOut = false, ripple = false;
     CLI::App app("A simulated receiver: SCPI, VITA-49 packets and discovery, without hardware", "vnk-unit");
     app.add_option("--address", options.address, "IPv4 address to listen on")->capture_default_str();
     app.add_option("--model", options.model, "Model")
@@ -103,7 +103,8 @@ int main(int argc, char** argv) {
             ->check(CLI::PositiveNumber);
     app.add_flag("--flat-out", flatOut, "As fast as the network takes it")->excludes(limit);
     app.add_option("--pre-synthesise", options.preSynthesise,
-                   "Make so many packets of a continuous capture and repeat their samples");
+                   "Make so many packets of a capture and repeat their samples");
+    app.add_flag("--if-ripple", ripple, "The IF has the ripple that the correction data undo");
     app.add_flag("--journal", journal, "Print each command received");
     app.add_flag("--no-discovery", noDiscovery, "Do not answer discovery requests");
     app.add_flag("--discovery-any", options.discoveryAny,
@@ -114,6 +115,9 @@ int main(int argc, char** argv) {
                    : options.rateLimit > 0 ? vnksim::Pace::limited
                                            : vnksim::Pace::realTime;
     options.corrections = vnksim::defaultCorrectionData(options.seed);
+    if (ripple) {
+        options.ifGaindB = vnksim::gainOfCorrections(options.corrections.signal);
+    }
     try {
         return run(options, scene, journal);
     } catch (const std::exception& error) {

@@ -1,3 +1,4 @@
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -39,10 +40,28 @@ std::vector<AudioTone> audioTones(const Json& item, const char* amount) {
     return tones;
 }
 
+/// A part of a recording.
+std::shared_ptr<const Waveform> cut(const Waveform& whole, double startSec, double seconds) {
+    const double length = static_cast<double>(whole.samples.size());
+    const double from = std::round(startSec * whole.rateHz);
+    const double to = std::round((startSec + seconds) * whole.rateHz);
+    if (!(from >= 0) || !(to > from) || to > length) {
+        throw std::runtime_error("'startSec' and 'seconds' must name a part of the recording");
+    }
+    const auto at = whole.samples.begin();
+    auto part = std::make_shared<Waveform>();
+    part->rateHz = whole.rateHz;
+    part->samples.assign(at + static_cast<std::ptrdiff_t>(from), at + static_cast<std::ptrdiff_t>(to));
+    return part;
+}
+
 Recording recording(const Json& item, const std::filesystem::path& folder) {
     const std::filesystem::path path = folder / word(item, "file");
-    return {number(item, "frequencyHz"), number(item, "levelDbm"),
-            readRecording(path.string(), word(item, "format"), number(item, "rateHz"))};
+    auto waveform = readRecording(path.string(), word(item, "format"), number(item, "rateHz"));
+    if (item.contains("seconds")) {
+        waveform = cut(*waveform, numberOr(item, "startSec", 0), number(item, "seconds"));
+    }
+    return {number(item, "frequencyHz"), number(item, "levelDbm"), std::move(waveform)};
 }
 
 Emitter emitter(const Json& item, const std::filesystem::path& folder) {

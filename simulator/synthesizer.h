@@ -2,6 +2,7 @@
 
 #include <complex>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -21,6 +22,8 @@ struct View {
     double lowHz = 0, highHz = 0;  ///< what passes, on the air: half amplitude
     double transitionHz = 1;       ///< width of the edges
     double fullScaleDbm = 0;       ///< level of a tone of amplitude 1 (complex) or 2 (real)
+    /// Gain in dB of what is on the air at a frequency; none: 0.
+    std::function<double(double)> gaindB;
 };
 
 /// A table of normal deviates of mean 0 and mean square 1, the same for a seed on every machine.

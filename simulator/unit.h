@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -38,6 +39,10 @@ std::vector<uint8_t> makeCorrectionSet(const std::vector<std::pair<uint32_t, uin
                                        const std::vector<std::vector<int32_t>>& vectors);
 /// The sets of a unit that is told nothing else: a gentle ripple, seeded.
 CorrectionData defaultCorrectionData(uint64_t seed);
+/// The gain in dB that a well-formed set undoes, as a function of the tuned centre (0 in direct digitization)
+/// and of the frequency in the sampled band: that of the first row above the centre, linear between its
+/// points.
+std::function<double(double tunedHz, double placeHz)> gainOfCorrections(const std::vector<uint8_t>& set);
 
 struct UnitOptions {
     std::string address = "127.0.0.1";
@@ -52,8 +57,9 @@ struct UnitOptions {
     /// Off unless wanted: a socket on UDP 18331 keeps a host program on the same machine from using it.
     bool discovery = false;
     bool discoveryAny = false;  ///< listen on any address, so that broadcasts are heard
-    /// Number of data packets that are made once and then sent round and round; 0: none. For benchmarks:
-    /// headers and times run on, the samples repeat.
+    /// Number of data packets that are made once and then sent round and round; 0: none. Of a list, so many
+    /// from its first one on repeat in each pass. For benchmarks: headers and times run on, the samples
+    /// repeat.
     unsigned preSynthesise = 0;
     /// Packets that may wait for the socket.
     unsigned queuedPackets = 3;
@@ -61,6 +67,10 @@ struct UnitOptions {
     bool dither = true;  ///< keep the noise before quantisation at 0.4 counts rms or more
     double latitude = 45.3333, longitude = -75.9, altitude = 160;
     CorrectionData corrections = defaultCorrectionData(1);
+    /// Gain in dB on the way to the digitizer, by tuned centre (0 in direct digitization) and frequency in
+    /// the sampled band (35 MHz is the tuned centre). None: flat. Wide emitters have that at their middle;
+    /// noise arises behind it.
+    std::function<double(double tunedHz, double placeHz)> ifGaindB;
 };
 
 struct SweepEntry {

@@ -21,13 +21,23 @@ double amplitude(const View& view, double levelDbm) {
     return (view.real ? 2.0 : 1.0) * std::pow(10.0, (levelDbm - view.fullScaleDbm) / 20);
 }
 
-/// Amplitude response of the view at a frequency.
-double response(const View& view, double frequencyHz) {
+/// What becomes of an amplitude on the way to the digitizer.
+double gainFactor(const View& view, double frequencyHz) {
+    return view.gaindB ? std::pow(10.0, view.gaindB(frequencyHz) / 20) : 1;
+}
+
+/// Amplitude response of the view at a frequency, its edges alone.
+double edgeResponse(const View& view, double frequencyHz) {
     const double inside = std::min(frequencyHz - view.lowHz, view.highHz - frequencyHz) / view.transitionHz;
     if (inside >= 0.5) {
         return 1;
     }
     return inside <= -0.5 ? 0 : 0.5 + 0.5 * std::sin(kTwoPi / 2 * inside);
+}
+
+double response(const View& view, double frequencyHz) {
+    const double edge = edgeResponse(view, frequencyHz);
+    return edge > 0 ? edge * gainFactor(view, frequencyHz) : 0;
 }
 
 class ToneVoice : public Voice {
@@ -174,7 +184,7 @@ std::unique_ptr<Voice> waveformVoice(const View& view, std::shared_ptr<const Wav
                                        static_cast<long double>(middle) / static_cast<long double>(rate));
     auto resampled = makeResampler(std::move(source), rate, view.rateHz, (high - low) / 2, transition);
     return std::make_unique<WaveformVoice>(view, std::move(resampled), place(view, frequencyHz) + middle,
-                                           amplitude(view, levelDbm));
+                                           amplitude(view, levelDbm) * gainFactor(view, frequencyHz));
 }
 
 void addTone(std::vector<std::unique_ptr<Voice>>& voices, const View& view, double frequencyHz, double gain,

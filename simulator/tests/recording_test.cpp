@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -16,7 +18,7 @@ const std::string kDemo = std::string(VNK_SOURCE_DIR) + "/simulator/scenes/demo.
 TEST_F(Recordings, beaconOfTheDemoSceneStandsOnItsFrequencyWithItsTones) {
     mcOptions.pace = vnksim::Pace::flatOut;
     startUnit(vnksim::readScene(kDemo));
-    // 8 s at 122 kHz: as long as the recording.
+    // 8 s at 122 kHz: a little longer than the recording's part.
     const auto samples = captureIQ(
         ":sweep:entry:mode SH;:sweep:entry:freq:cent 114850000;:sweep:entry:dec 1024;:sweep:entry:spp 12192",
         80);
@@ -73,6 +75,26 @@ TEST_F(Recordings, modeSFrameComesThroughAtItsTime) {
         frame += "0123456789ABCDEF"[value];
     }
     EXPECT_EQ(frame, "8F4D2023587F345E35837E2218B2");
+}
+
+TEST(SceneFile, takesPartsOfRecordings) {
+    const auto path = std::filesystem::temp_directory_path() / ("part" + std::to_string(::getpid()) + ".json");
+    const auto read = [&](const std::string& further) {
+        std::ofstream(path) << R"({"emitters": [{"type": "recording", "file": ")" + kData +
+                                   R"(/am_vor_rebuilt_47368.cs16", "format": "cs16", "rateHz": 1000,
+                                   "frequencyHz": 1e6, "levelDbm": -20)" + further + "}]}";
+        return std::get<vnksim::Recording>(vnksim::readScene(path).emitters.at(0)).waveform;
+    };
+    const auto whole = read("");
+    const auto part = read(R"(, "startSec": 0.5, "seconds": 2)");
+    ASSERT_EQ(part->samples.size(), 2000u);
+    EXPECT_EQ(part->rateHz, 1000);
+    EXPECT_EQ(part->samples.front(), whole->samples.at(500));
+    EXPECT_EQ(part->samples.back(), whole->samples.at(2499));
+    for (const char* wrong : {R"(, "seconds": 0)", R"(, "seconds": 1e9)", R"(, "startSec": -1, "seconds": 1)"}) {
+        EXPECT_THROW(read(wrong), std::runtime_error) << wrong;
+    }
+    std::filesystem::remove(path);
 }
 
 TEST(SceneFile, tellsWhatIsWrongAndWhere) {

@@ -1,10 +1,13 @@
 #include "flows/basebandframe.h"
 
 #include "flows/framebytes.h"
+#include "flows/iqframe.h"
 
 namespace {
 constexpr uint32_t kMarker = 0xBA5EBA4D;
-/// A channel without samples has no bytes in the file that would vouch for it.
+/// Each channel costs more memory than its samples: a count that no recording has is no frame, and one of channels
+/// without samples has no bytes in the file that would vouch for it.
+constexpr uint32_t kMaxChannels = 65536;
 constexpr uint32_t kMaxEmptyChannels = 1024;
 }  // namespace
 
@@ -12,6 +15,12 @@ BasebandFrame::BasebandFrame(const BasebandFrame& cSource, uint32_t uSamplesPerC
     : Frame(cSource, 0, 0),
       mfSampleRateHz(cSource.mfSampleRateHz),
       mfUsableBandwidthHz(cSource.mfSampleRateHz),
+      muSamplesPerChannel(uSamplesPerChannel) {}
+
+BasebandFrame::BasebandFrame(const IQFrame& cSource, uint32_t uSamplesPerChannel)
+    : Frame(cSource, 0, 0),
+      mfSampleRateHz(cSource.sampleRate()),
+      mfUsableBandwidthHz(cSource.sampleRate()),
       muSamplesPerChannel(uSamplesPerChannel) {}
 
 BasebandFrame::BasebandFrame(const Frame& cSource, uint32_t uSequence, float fSampleRateHz,
@@ -67,7 +76,7 @@ uint64_t BasebandFrame::readFrom(std::istream& cStream) {
     FrameBytes::Reading cReading(cStream, true);
     if (!cReading.marker(kMarker) || !cReading.fields(uSamples, uChannels))
         return 0;
-    if (uSamples == 0 && uChannels > kMaxEmptyChannels)
+    if (uChannels > (uSamples == 0 ? kMaxEmptyChannels : kMaxChannels))
         return 0;
     std::vector<ReferencePtr<FloatArray>> cChannels;
     for (uint32_t i = 0; i < uChannels; ++i) {

@@ -2,11 +2,15 @@
 
 #include "flows/frame.h"
 
+class IQFrame;
+
 /// Demodulated audio-rate channels.
 class BasebandFrame : public Frame {
  public:
     /// Sample rate and usable bandwidth both from the source's sample rate.
     BasebandFrame(const BasebandFrame& cSource, uint32_t uSamplesPerChannel);
+    /// The same, of what has been demodulated.
+    BasebandFrame(const IQFrame& cSource, uint32_t uSamplesPerChannel);
     /// As the Frame copy, with the source's timestamp in nanoseconds.
     BasebandFrame(const Frame& cSource, uint32_t uSequence, float fSampleRateHz, float fUsableBandwidthHz,
                   uint32_t uSamplesPerChannel);

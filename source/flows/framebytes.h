@@ -1,12 +1,10 @@
 #pragma once
 
-#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <istream>
 #include <ostream>
 #include <type_traits>
-#include <vector>
 
 #include "foundations/alignedarray.h"
 
@@ -70,28 +68,25 @@ class Reading {
     bool mbKept = false;
 };
 
-template <typename T>
-bool readInto(std::istream& cStream, T* pSamples, size_t uCount) {
-    const auto iBytes = static_cast<std::streamsize>(uCount * sizeof(T));
-    return uCount == 0 || static_cast<bool>(cStream.read(reinterpret_cast<char*>(pSamples), iBytes));
+/// What is left of the stream; -1 where that cannot be told.
+inline std::streamoff bytesLeft(std::istream& cStream) {
+    const std::streamoff iHere = cStream.tellg();
+    cStream.seekg(0, std::ios_base::end);
+    const std::streamoff iEnd = cStream.tellg();
+    cStream.seekg(iHere);
+    return cStream.good() && iHere >= 0 ? iEnd - iHere : -1;
 }
 
-/// Null if the stream holds fewer than uCount elements. The count is a word from a file: memory is taken for
-/// it as data comes in, never more than a few times of what is really there.
+/// Null if the stream holds fewer than uCount elements. The count is a word from a file: it is checked against
+/// what is there before much memory is taken for it.
 template <typename T>
 ReferencePtr<AlignedArray<T, 32>> readSamples(std::istream& cStream, uint32_t uCount) {
-    constexpr size_t kTrusted = (size_t{1} << 20) / sizeof(T);
-    std::vector<T> cStaged;
-    while (uCount - cStaged.size() > kTrusted) {
-        const size_t uHave = cStaged.size();
-        const size_t uStep = std::min(std::max(uHave, kTrusted), uCount - uHave);
-        cStaged.resize(uHave + uStep);
-        if (!readInto(cStream, cStaged.data() + uHave, uStep))
-            return nullptr;
-    }
+    constexpr std::streamoff kTrusted = 1 << 20;
+    const std::streamoff iBytes = std::streamoff{uCount} * static_cast<std::streamoff>(sizeof(T));
+    if (iBytes > kTrusted && bytesLeft(cStream) < iBytes)
+        return nullptr;
     ReferencePtr<AlignedArray<T, 32>> cArray(new AlignedArray<T, 32>(uCount));
-    std::copy(cStaged.begin(), cStaged.end(), cArray->getData());
-    if (!readInto(cStream, cArray->getData() + cStaged.size(), uCount - cStaged.size()))
+    if (uCount != 0 && !cStream.read(reinterpret_cast<char*>(cArray->getData()), iBytes))
         return nullptr;
     return cArray;
 }

@@ -138,10 +138,15 @@ ReferencePtr<Frame> FrameSink::nextFrame(uint32_t uTimeoutMs, bool bMarkBusy) {
             if (cHold.mpListener)
                 cHold.mpListener->kick();
         }
-        if (!bSignalled && uRemaining == 0)
+        if ((!bSignalled && uRemaining == 0) || isReadOver())
             return nullptr;
         uTimeout = uRemaining;
     }
+}
+
+void FrameSink::endOfWork() {
+    utils::ScopedLock cLock(mcBufferLock);
+    mbConsumerBusy = false;
 }
 
 void FrameSink::flush() {
@@ -161,11 +166,16 @@ bool FrameSink::isExhausted() {
 
 // The source.
 
+// A counted source is held instead of the lock: in a cycle of streams and processors two threads may ask their way
+// round from different places.
 bool FrameSink::isSourceExhausted() {
     SourceHold cHold;  // outlives the lock
     utils::ScopedLock cLock(mcSourceLock);
     cHold = holdSource();
-    return !cHold.mpSource || cHold.mpSource->isExhausted();
+    if (!cHold.mcCounted)
+        return !cHold.mpSource || cHold.mpSource->isExhausted();
+    cLock.unlock();
+    return cHold.mpSource->isExhausted();
 }
 
 FrameSink::SourceHold FrameSink::holdSource() {
@@ -250,6 +260,17 @@ bool FrameSink::detachFromSource() {
 
 bool FrameSink::isAttached() {
     return sourcePointer() != nullptr;
+}
+
+uint32_t FrameSink::attachCount() {
+    utils::ScopedLock cLock(mcSourceLock);
+    return muAttachCount;
+}
+
+void FrameSink::clearSource(uint32_t uAttachCount) {
+    utils::ScopedLock cLock(mcSourceLock);
+    if (muAttachCount == uAttachCount)
+        setSource(nullptr);
 }
 
 FrameSource* FrameSink::sourcePointer() {

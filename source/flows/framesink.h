@@ -16,8 +16,8 @@ class FrameSource;
 /// countedSelf), every call through them holds that object, and its end clears the pointer first.
 ///
 /// Locks, outermost first: mcAttachLock (one attach or detach of this sink at a time), the source's
-/// mcSinksLock, mcSourceLock. The source's canImplement and isExhausted run under mcSourceLock and must not
-/// wait for one who attaches or detaches. mcBufferLock is a leaf.
+/// mcSinksLock, mcSourceLock. The canImplement of a source, and isExhausted of one that is not counted, run under
+/// mcSourceLock and must not wait for one who attaches or detaches. mcBufferLock is a leaf.
 ///
 /// A frame whose duration is not a finite number makes the buffered seconds unusable: under a limit in
 /// seconds that push drops all that may be dropped, and the count starts anew at 0.0.
@@ -53,12 +53,16 @@ class FrameSink : public Entity {
 
     /// Null: none in time, or the marker of the stream's end.
     ReferencePtr<Frame> nextFrame(uint32_t uTimeoutMs, bool bMarkBusy);
+    /// A consumer that marked itself busy has finished its frame.
+    void endOfWork();
     /// Drops all queued frames.
     void flush();
     void setAllowDiscarding(bool bAllow) { mbAllowDiscarding.store(bAllow, std::memory_order_relaxed); }
     /// A source is attached.
     bool isAttached();
     FrameSource* sourcePointer();
+    /// How often a source has been attached.
+    uint32_t attachCount();
     uint32_t discardCount() const { return muDiscardCount.load(std::memory_order_relaxed); }
     /// Keys that a source answers for this sink (a receiver's realised values): replaced in the record from
     /// which getParameters starts, with no notification.
@@ -70,6 +74,12 @@ class FrameSink : public Entity {
     virtual bool integrateParameters(utils::VariantRecord& cRecord, ErrorList& lErrors);
     /// Offers the current parameters, overlaid with the new ones, to the source. True without a source.
     bool negotiate(const utils::VariantRecord& cRecord, ErrorList& lErrors);
+    /// setSource(null), unless a source has been attached since the count was taken.
+    void clearSource(uint32_t uAttachCount);
+    /// Lets a read that waits look whether it is over.
+    void wakeReader() { mcBufferSync.signal(); }
+    /// Asked when a read that waits has been woken: true ends it without a frame. On the reader's thread.
+    virtual bool isReadOver() { return false; }
     /// A frame leaves the queue for a reader. Called under mcBufferLock, so in the order of the queue
     /// however many readers there are; a leaf.
     virtual void frameTaken(const Frame&) {}

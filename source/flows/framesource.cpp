@@ -1,6 +1,7 @@
 #include "flows/framesource.h"
 
 #include <algorithm>
+#include <exception>
 #include <vector>
 
 #include "foundations/runtimeerrors.h"
@@ -106,11 +107,21 @@ bool FrameSource::deliverFrame(ReferencePtr<Frame> cFrame, bool bLast) {
     cLock.unlock();
     if (cFrame != nullptr)
         noteSequence(cFrame->sequence());
-    for (const ReferencePtr<FrameSink>& cSink : lSinks)
-        if (cFrame == nullptr || cSink->acceptsFrame(cFrame))
-            cSink->receiveFrame(cFrame, bLast);
+    // A sink that fails takes nothing from those behind it; its failure is the caller's when all have been served.
+    std::exception_ptr cFailure;
+    for (const ReferencePtr<FrameSink>& cSink : lSinks) {
+        try {
+            if (cFrame == nullptr || cSink->acceptsFrame(cFrame))
+                cSink->receiveFrame(cFrame, bLast);
+        } catch (...) {
+            if (!cFailure)
+                cFailure = std::current_exception();
+        }
+    }
     // A sink that was skipped has left the list too and must not keep a pointer that nobody would clear.
     for (const ReferencePtr<FrameSink>& cSink : lCleared)
         letGo(*cSink);
+    if (cFailure)
+        std::rethrow_exception(cFailure);
     return true;
 }

@@ -48,6 +48,10 @@ float SpectrumFrame::getDurationSec() const {
     return static_cast<float>(muDuration) * secondsPerTick(muResolution);
 }
 
+uint64_t SpectrumFrame::getDuration(uint32_t uResolution) const {
+    return convertTicks(muDuration, muResolution, uResolution);
+}
+
 uint64_t SpectrumFrame::getAllocatedBytes() const {
     return mcSpectrum ? uint64_t{mcSpectrum->getAllocated()} * sizeof(float) : 0;
 }

@@ -30,6 +30,8 @@ class SpectrumFrame : public Frame {
     float rbw() const { return mfRBWHz; }
     const std::string& windowName() const { return mcWindowName; }
     uint64_t duration() const { return muDuration; }
+    /// The duration converted as a timestamp is.
+    uint64_t getDuration(uint32_t uResolution) const;
 
  private:
     void copyArrays(const SpectrumFrame& cOther);

@@ -46,6 +46,8 @@ utils::VariantRecord SpectrumFrameSink::getParameters() {
     cRecord.set("UserCaldB", cSettings.mfUserCaldB);
     cRecord.set("WindowFn", cSettings.mcWindowName);
     cRecord.set("captureFrames", cSettings.muCaptureFrames);
+    if (cSettings.mbFlatten)
+        cRecord.set("flatten", true);
     return cRecord;
 }
 
@@ -88,6 +90,7 @@ bool SpectrumFrameSink::integrateParameters(utils::VariantRecord& cRecord, Error
                        utils::formatText("%s of <%s> is not a known type", "WindowFn", windowName->c_str()));
     }
     cSettings.muCaptureFrames = takeCount(cRecord, "captureFrames").value_or(cSettings.muCaptureFrames);
+    cSettings.mbFlatten = cRecord.takeBool("flatten").value_or(cSettings.mbFlatten);
     if (!FrameSink::integrateParameters(cRecord, lErrors))
         return false;
     utils::ScopedLock cLock(mcParametersLock);

@@ -21,6 +21,7 @@ class SpectrumFrameSink : public FrameSink {
         float mfUserCaldB = 0.0f;
         std::string mcWindowName;
         uint32_t muCaptureFrames = 0;
+        bool mbFlatten = false;
     };
     Settings settings();
     static void takeFrequencies(utils::VariantRecord& cRecord, Settings& cSettings, ErrorList& lErrors);

@@ -177,32 +177,55 @@ ReferencePtr<SafeThread> Thread::lastLaunch() const {
 }
 
 bool Thread::start(uint32_t uPriority) {
+    return launch(uPriority, false);
+}
+
+bool Thread::startAnew(uint32_t uPriority) {
+    return launch(uPriority, true);
+}
+
+bool Thread::launch(uint32_t uPriority, bool bBesideOneThatEnds) {
     std::lock_guard<std::mutex> cGuard(mcLaunchMutex);
-    if (mcRunning && mcRunning->isRunning())
+    const bool bRuns = mcRunning && mcRunning->isRunning();
+    if (bRuns && !(bBesideOneThatEnds && mcRunning->isStopping()))
         return false;
     muPriority = uPriority;
     auto cLaunch = makeReference<SafeThread>(*this, mcLife, muPriority);
     cLaunch->begin();
+    if (bRuns)
+        mcRunning->abandon();
     mcSafeThread = cLaunch;
     mcRunning = cLaunch;
     cLaunch->detach();
     return true;
 }
 
-bool Thread::stop(uint32_t uLimitMs) {
-    const uint64_t uBegin = steadyMilliseconds();
+/// Null when there is none to ask.
+ReferencePtr<SafeThread> Thread::askLastLaunch() {
     ReferencePtr<SafeThread> cLaunch;
     {
         std::lock_guard<std::mutex> cGuard(mcLaunchMutex);
         if (!mcSafeThread) {
             mcRunning.release();
-            return true;
+            return nullptr;
         }
         cLaunch = mcSafeThread;
         mbStopping.store(true, std::memory_order_relaxed);
         cLaunch->ask();
     }
     mcNotifiableSleep.signal();
+    return cLaunch;
+}
+
+void Thread::ask() {
+    askLastLaunch();
+}
+
+bool Thread::stop(uint32_t uLimitMs) {
+    const uint64_t uBegin = steadyMilliseconds();
+    const ReferencePtr<SafeThread> cLaunch = askLastLaunch();
+    if (!cLaunch)
+        return true;
     if (isOwnThread())
         return !cLaunch->isRunning();
     const uint32_t uPollMs = uLimitMs ? std::min(kStopPollMs, uLimitMs) : kStopPollMs;
@@ -225,12 +248,12 @@ void Thread::abandon(SafeThread& cLaunch) {
         mcSafeThread.release();
 }
 
-void Thread::sleep(uint32_t uMs) {
+void Thread::sleepMicroseconds(uint64_t uMicroseconds) {
     // A late body leaves the signals to its successor.
-    if (isOwnThread() && SafeThread::smpCurrent->isAbandoned())
-        sleepMs(uMs);
+    if (isLeftBehind())
+        sleepMs(static_cast<uint32_t>(std::min<uint64_t>(uMicroseconds / 1000, UINT32_MAX)));
     else
-        mcNotifiableSleep.wait(uint64_t{uMs} * 1000);
+        mcNotifiableSleep.wait(uMicroseconds);
 }
 
 void Thread::notify() {
@@ -248,6 +271,10 @@ bool Thread::isRunning() const {
 
 bool Thread::isOwnThread() const {
     return SafeThread::smpCurrent && SafeThread::smpCurrent->isBodyOf(mcLife);
+}
+
+bool Thread::isLeftBehind() const {
+    return isOwnThread() && SafeThread::smpCurrent->isAbandoned();
 }
 
 void Thread::retire(uint32_t uLimitMs, std::function<void()> destroy) noexcept {

@@ -30,17 +30,25 @@ class Thread {
     /// Priority 0 (lowest) to 6 (time critical), anything else is normal. False if the running flag is
     /// set. Throws std::system_error when the system has no thread to give.
     bool start(uint32_t uPriority);
+    /// The same, also while a body still runs that has been asked to end, which then counts as left behind: the
+    /// two bodies are the object's to keep apart.
+    bool startAnew(uint32_t uPriority);
+    /// Asks the body to end and does not wait.
+    void ask();
     /// Asks the body to end and waits up to the limit, 0 for ever. True when it has ended. On the thread
     /// itself it only asks.
     bool stop(uint32_t uLimitMs);
     /// Waits on the notifiable sleep; `notify` and `stop` end it early.
-    void sleep(uint32_t uMs);
+    void sleep(uint32_t uMs) { sleepMicroseconds(uint64_t{uMs} * 1000); }
+    void sleepMicroseconds(uint64_t uMicroseconds);
     void notify();
     /// The stop flag: on a body its own launch's, elsewhere that of the last launch.
     bool isStopping() const;
     bool isRunning() const;
     /// True on a thread that runs this object's body.
     bool isOwnThread() const;
+    /// True on a body that a stop, or the start of another one, has left behind.
+    bool isLeftBehind() const;
     const std::string& getName() const { return mcName; }
 
     /// For counted owners, in place of `delete this`: stops with the limit and runs `destroy` when no
@@ -55,6 +63,8 @@ class Thread {
  private:
     friend class SafeThread;
     ReferencePtr<SafeThread> lastLaunch() const;
+    ReferencePtr<SafeThread> askLastLaunch();
+    bool launch(uint32_t uPriority, bool bBesideOneThatEnds);
     void abandon(SafeThread& cLaunch);
 
     std::string mcName;

@@ -1,5 +1,9 @@
 #include "receivers/commandchannel.h"
 
+#include <algorithm>
+#include <cctype>
+#include <string_view>
+
 #include "foundations/clock.h"
 #include "foundations/runtimeerrors.h"
 #include "foundations/text.h"
@@ -31,12 +35,24 @@ bool CommandChannel::isStopping() {
 
 bool CommandChannel::send(const std::string& text) {
     const ReferencePtr<SCPIProtocol> cProtocol = protocol();
-    return cProtocol && cProtocol->sendCommand(text);
+    const bool bSent = cProtocol && cProtocol->sendCommand(text);
+    noteReset(text);
+    return bSent;
 }
 
 std::string CommandChannel::ask(const std::string& text) {
     const ReferencePtr<SCPIProtocol> cProtocol = protocol();
-    return cProtocol ? cProtocol->call(text, queryTimeoutMs()) : std::string();
+    std::string reply = cProtocol ? cProtocol->call(text, queryTimeoutMs()) : std::string();
+    noteReset(text);
+    return reply;
+}
+
+// Behind the exchange: whoever programs after it has counted is not forgotten by it.
+void CommandChannel::noteReset(const std::string& text) {
+    constexpr std::string_view kReset = "*RST";
+    const auto isSame = [](char c, char cOfReset) { return std::toupper(static_cast<unsigned char>(c)) == cOfReset; };
+    if (std::search(text.begin(), text.end(), kReset.begin(), kReset.end(), isSame) != text.end())
+        muResets.fetch_add(1, std::memory_order_relaxed);
 }
 
 std::string CommandChannel::query(const std::string& text) {

@@ -32,6 +32,8 @@ class CommandChannel : public utils::ReferenceCountedObject {
 
     /// False with no protocol.
     bool send(const std::string& text);
+    /// How often the unit has been sent a reset, by whomever: it has forgotten what it was programmed to.
+    uint32_t resetCount() const { return muResets.load(std::memory_order_relaxed); }
     /// With the query time-out; empty with no protocol or no reply. A reply stamps the watch.
     std::string query(const std::string& text);
     /// Sends and asks for the unit's error; throws a std::string "Command '%s' generated %s".
@@ -49,11 +51,13 @@ class CommandChannel : public utils::ReferenceCountedObject {
     /// A query that leaves the judgement of its reply, and so the stamp, to the caller.
     std::string ask(const std::string& text);
     bool reopenTransport();
+    void noteReset(const std::string& text);
 
     GuardedReference<SCPIProtocol> mcProtocol;
     ReferencePtr<LinkWatch> mcWatch;
     CommandWords mcWords;
     std::atomic<uint32_t> muQueryTimeoutMs{1000};
+    std::atomic<uint32_t> muResets{0};
     std::mutex mcStoppingMutex;
     std::function<bool()> mcStopping;
 };

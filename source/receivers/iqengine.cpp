@@ -116,6 +116,7 @@ void IQCaptureEngine::writeBack(IQFrameSink& cStream, const utils::VariantRecord
 
 bool IQCaptureEngine::program(const ReferencePtr<IQCapture>& cCapture) {
     const bool bRefused = !cCapture->mcRefusal.empty();
+    mcContext->claimUnit();
     try {
         if (cCapture->mbFinite || !bRefused)
             mcContext->channel().sendBatch(cCapture->mcCommands);

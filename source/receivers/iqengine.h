@@ -91,9 +91,12 @@ class IQCaptureEngine : public IQEngine {
     void noteIdentifier(uint32_t uIdentifier);
     void noteData() { mbDataSeen = true; }
     static void appendStatus(Frame& cFrame, const char* pText);
+    /// A detach has asked for the end, or has taken the stream away.
+    bool isEnding() const;
+    /// The stream served; null once it has been detached.
+    ReferencePtr<IQFrameSink> stream() const { return mcStream.get(); }
 
  private:
-    bool isEnding() const;
     bool program(const ReferencePtr<IQCapture>& cCapture);
     bool arm(const ReferencePtr<IQCapture>& cCapture);
     bool awaitData(const IQCapture& cCapture);

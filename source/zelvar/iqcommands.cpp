@@ -1,40 +1,21 @@
-#include <algorithm>
 #include <cmath>
-#include <string_view>
 
 #include "foundations/text.h"
 #include "receivers/commandchannel.h"
+#include "zelvar/gaincontrol.h"
 #include "zelvar/iqplan.h"
 
 using utils::formatText;
 
 namespace {
 
-constexpr uint32_t kSteppedAttenuator = 1;
-constexpr uint32_t kVariableAttenuator = 2;
-
-struct GainStageRow {
-    std::string_view mcName;
-    const char* mpGain1;
-    const char* mpGain2;
-};
-
-constexpr GainStageRow kGainStages[] = {{"high", "1", "1"}, {"med", "1", "0"}, {"low", "0", "0"}};
-
-int attenuationOf(const IQPlan& cPlan) {
-    return static_cast<int>(std::round(std::clamp(cPlan.mfAttenuation, 0.0f, 30.0f) / 10.0f)) * 10;
-}
-
 /// A name in no row adds nothing: the unit keeps its last setting.
 void appendGain(std::string& batch, const IQPlan& cPlan, const ModelRecord& cModel) {
-    if (cModel.muGainScheme != 1)
+    const GainStageRow* pStage = cModel.muGainScheme == 1 ? findGainStage(cPlan.mcGainName) : nullptr;
+    if (!pStage)
         return;
-    for (const GainStageRow& cRow : kGainStages)
-        if (cRow.mcName == cPlan.mcGainName) {
-            appendCommand(batch, formatText(":INPut:GAIN 1 %s", cRow.mpGain1));
-            appendCommand(batch, formatText(":INPut:GAIN 2 %s", cRow.mpGain2));
-            return;
-        }
+    appendCommand(batch, formatText(":INPut:GAIN 1 %s", pStage->mpGain1));
+    appendCommand(batch, formatText(":INPut:GAIN 2 %s", pStage->mpGain2));
 }
 
 }  // namespace
@@ -50,9 +31,9 @@ std::string continuousIQCommands(const IQPlan& cPlan, const ModelRecord& cModel)
     if (!cPlan.mbDirectDigitization)
         appendCommand(batch, formatText("FREQ:CENT %0.0f Hz", static_cast<double>(cPlan.mfTunedCentreHz)));
     if (cModel.muAttenuatorScheme == kSteppedAttenuator)
-        appendCommand(batch, formatText(":INPut:ATTenuator %d", attenuationOf(cPlan)));
+        appendCommand(batch, formatText(":INPut:ATTenuator %d", attenuationSetting(cPlan.mfAttenuation)));
     else if (cModel.muAttenuatorScheme == kVariableAttenuator)
-        appendCommand(batch, formatText(":INPut:ATTenuator:VARiable %d", attenuationOf(cPlan)));
+        appendCommand(batch, formatText(":INPut:ATTenuator:VARiable %d", attenuationSetting(cPlan.mfAttenuation)));
     appendGain(batch, cPlan, cModel);
     return batch;
 }
@@ -62,10 +43,7 @@ std::string finiteIQCommands(const IQPlan& cPlan, const ModelRecord& cModel) {
     appendCommand(batch, ":sweep:entry:delete all");
     appendCommand(batch, ":sweep:entry:new");
     appendCommand(batch, ":sweep:list:iter 1");
-    if (cModel.muAttenuatorScheme == kSteppedAttenuator)
-        appendCommand(batch, formatText(":sweep:entry:att %d", attenuationOf(cPlan)));
-    else if (cModel.muAttenuatorScheme == kVariableAttenuator)
-        appendCommand(batch, formatText(":sweep:entry:att:var %d", attenuationOf(cPlan)));
+    appendEntryAttenuation(batch, cPlan.mfAttenuation, cModel);
     appendCommand(batch, cPlan.mbDirectDigitization ? ":sweep:entry:mode DD" : ":sweep:entry:mode SH");
     if (!cPlan.mbDirectDigitization)
         appendCommand(batch,

@@ -65,13 +65,59 @@ float ZelvarIQCapture::gainFor(float fDigitizerReference) {
 
 _IQMechanism::_IQMechanism(ReferencePtr<EngineContext> cContext, ReferencePtr<IQFrameSink> cStream,
                            const ModelRecord& cModel, const StreamRanges& cRanges, DataProtocol dataProtocol)
-    : IQCaptureEngine("_IQMechanism", std::move(cContext), std::move(cStream), cRanges, kWords),
+    : IQCaptureEngine("_IQMechanism", cContext, cStream, cRanges, kWords),
       mcModel(cModel),
       mcPlanRanges(cRanges),
-      mcDataProtocol(std::move(dataProtocol)) {}
+      mcDataProtocol(std::move(dataProtocol)) {
+    const utils::VariantRecord cParameters = cStream ? cStream->getParameters() : utils::VariantRecord();
+    if (cParameters.getBool("adaptFull").value_or(false))
+        mcRLA.set(makeReference<_RLAMechanism>(cContext, cParameters.getNumber("FCentreHz"), mcModel, cRanges));
+}
 
 _IQMechanism::~_IQMechanism() {
     releaseSinks();
+}
+
+// Adaptation.
+
+void _IQMechanism::takeInStream() {
+    if (!mcRLA.get())
+        IQCaptureEngine::takeInStream();
+}
+
+bool _IQMechanism::start() {
+    const ReferencePtr<_RLAMechanism> cRLA = mcRLA.get();
+    return cRLA && !isEnding() ? cRLA->start() : IQCaptureEngine::start();
+}
+
+void _IQMechanism::stop(bool bQuiesce) {
+    if (const ReferencePtr<_RLAMechanism> cRLA = mcRLA.get())
+        cRLA->stop();
+    else
+        IQCaptureEngine::stop(bQuiesce);
+}
+
+bool _IQMechanism::process() {
+    const ReferencePtr<_RLAMechanism> cRLA = mcRLA.get();
+    if (!cRLA || isEnding())
+        return IQCaptureEngine::process();
+    if (cRLA->isFinished())
+        endAdaptation(*cRLA);
+    return true;
+}
+
+void _IQMechanism::endAdaptation(const _RLAMechanism& cRLA) {
+    reportTrace("RLAMechanism detach");
+    if (const ReferencePtr<IQFrameSink> cStream = stream()) {
+        utils::VariantRecord cResult;
+        cResult.set("RefdBm", cRLA.result());
+        ErrorList lErrors;
+        cStream->setSinkParameters(cResult, lErrors, true);
+    }
+    mcRLA.set(nullptr);
+    takeInStream();
+    if (!start())
+        parametersChanged(nullptr);   // the next pass tries again
 }
 
 ReferencePtr<IQCapture> _IQMechanism::plan(const IQRequest& cRequest) {
@@ -110,18 +156,24 @@ void _IQMechanism::drainInput() {
 // Packets, on the polling thread.
 
 void _IQMechanism::handleReceiverContext(ReferencePtr<ReceiverContext> cPacket) {
+    if (const ReferencePtr<_RLAMechanism> cRLA = mcRLA.get())
+        return cRLA->handleReceiverContext(cPacket);
     reportTrace("IQ handleReceiverContext");
     if (cPacket->muRFFrequency != kAbsent64)
         mfReportedTuningHz = static_cast<float>(cPacket->muRFFrequency) * kHertzPerStep;
 }
 
 void _IQMechanism::handleDigitizerContext(ReferencePtr<DigitizerContext> cPacket) {
+    if (const ReferencePtr<_RLAMechanism> cRLA = mcRLA.get())
+        return cRLA->handleDigitizerContext(cPacket);
     if (cPacket->mfReferenceLevel != kNoReference)
         mfDigitizerReference = cPacket->mfReferenceLevel;
     reportTrace("IQ handleDigitizerContext");
 }
 
 void _IQMechanism::handleExtensionContext(ReferencePtr<ExtensionContext> cPacket) {
+    if (const ReferencePtr<_RLAMechanism> cRLA = mcRLA.get())
+        return cRLA->handleExtensionContext(cPacket);
     reportTrace("IQ handleExtensionContext");
     const ReferencePtr<IQCapture> cCapture = capture();
     const int iExpected = cCapture ? static_cast<int>(cCapture->muIdentifier) : 0;
@@ -165,6 +217,8 @@ void _IQMechanism::deliver(IQCapture& cCapture, const ReferencePtr<IQFrame>& cFr
 }
 
 void _IQMechanism::handleIFDataIQ14(ReferencePtr<IFDataIQ14> cPacket) {
+    if (const ReferencePtr<_RLAMechanism> cRLA = mcRLA.get())
+        return cRLA->handleIFDataIQ14(cPacket);
     const ReferencePtr<ZelvarIQCapture> cCapture =
         validCapture("IQ handleIFDataIQ14 with mbIQStreamDataValid==false");
     if (!cCapture || !isUsable(*cPacket))
@@ -183,6 +237,8 @@ void _IQMechanism::handleIFDataIQ14(ReferencePtr<IFDataIQ14> cPacket) {
 }
 
 void _IQMechanism::handleIFDataI14(ReferencePtr<IFDataI14> cPacket) {
+    if (const ReferencePtr<_RLAMechanism> cRLA = mcRLA.get())
+        return cRLA->handleIFDataI14(cPacket);
     const ReferencePtr<ZelvarIQCapture> cCapture =
         validCapture("IQ handleIFDataI14 with mbIQStreamDataValid==false");
     if (!cCapture || (cPacket && !isUsable(*cPacket)))

@@ -7,6 +7,7 @@
 #include "receivers/iqengine.h"
 #include "zelvar/iqplan.h"
 #include "zelvar/modeltable.h"
+#include "zelvar/rlamechanism.h"
 
 /// What the packets of the first family are handed to; implemented by its engines.
 using ZelvarPacketListener = VITA49ZelvarProtocol::Listener;
@@ -34,6 +35,12 @@ class _IQMechanism final : public IQCaptureEngine, public ZelvarPacketListener {
                  const ModelRecord& cModel, const StreamRanges& cRanges, DataProtocol dataProtocol);
     ~_IQMechanism() override;
 
+    // IQCaptureEngine: while the reference level is being found, that has the radio, and the stream is held back.
+    void takeInStream() override;
+    bool start() override;
+    void stop(bool bQuiesce) override;
+    bool process() override;
+
     // ZelvarPacketListener, on the polling thread
     void handleReceiverContext(ReferencePtr<VITA49Zelvar::ReceiverContext> cPacket) override;
     void handleDigitizerContext(ReferencePtr<VITA49Zelvar::DigitizerContext> cPacket) override;
@@ -54,6 +61,9 @@ class _IQMechanism final : public IQCaptureEngine, public ZelvarPacketListener {
     ReferencePtr<IOnlyFrame> _interpretI14(ZelvarIQCapture& cCapture,
                                            const ReferencePtr<VITA49Zelvar::IFDataI14>& cI14);
 
+    void endAdaptation(const _RLAMechanism& cRLA);
+
+    GuardedReference<_RLAMechanism> mcRLA;   // null once adaptation has ended
     ModelRecord mcModel;
     StreamRanges mcPlanRanges;
     DataProtocol mcDataProtocol;

@@ -52,14 +52,6 @@ void chooseGain(float fReferenceLevel, const ModelRecord& cModel, IQPlan& cPlan)
     cPlan.mfAttenuation = pTable->mfAttenuations[uIndex];
 }
 
-/// About a tenth of a second.
-uint32_t choosePacket(const IQPlan& cPlan) {
-    if (cPlan.muDecimation < 2)
-        return kFullRatePacket;
-    const auto uSamples = static_cast<uint32_t>(std::round(cPlan.mfSampleRateHz * kPacketSec));
-    return std::clamp(uSamples & ~(kPacketStep - 1), kSmallestPacket, kLargestPacket);
-}
-
 /// Packets for at least the wanted samples. Decimated, the packet size is free: the smallest number of
 /// packets that keeps within the limit, which is one packet for a short capture. 1024 packets always do: both
 /// limits are 1024 times a multiple of the step.
@@ -104,6 +96,11 @@ void planFinite(IQPlan& cPlan) {
 
 }  // namespace
 
+uint32_t packetOfTenthSecond(float fSampleRateHz) {
+    const auto uSamples = static_cast<uint32_t>(std::round(fSampleRateHz * kPacketSec));
+    return std::clamp(uSamples & ~(kPacketStep - 1), kSmallestPacket, kLargestPacket);
+}
+
 std::optional<IQPlan> planIQ(const IQRequest& cRequest, const ModelRecord& cModel,
                              const StreamRanges& cRanges, std::string& message, int32_t& iCode) {
     const float fCentre = cRequest.mfCentreHz;
@@ -130,7 +127,8 @@ std::optional<IQPlan> planIQ(const IQRequest& cRequest, const ModelRecord& cMode
     chooseGain(cRequest.mfRefdBm, cModel, cPlan);
     cPlan.mfLevelLow = cPlan.muDecimation == 1 ? -13.0f : -20.0f;
     cPlan.mfLevelHigh = cPlan.muDecimation == 1 ? -3.0f : -10.0f;
-    cPlan.muSamplesPerPacket = choosePacket(cPlan);
+    cPlan.muSamplesPerPacket =
+        cPlan.muDecimation < 2 ? kFullRatePacket : packetOfTenthSecond(cPlan.mfSampleRateHz);
     cPlan.muCaptureSamples = static_cast<uint64_t>(std::round(cPlan.mfCaptureSec * cPlan.mfSampleRateHz));
     if (cPlan.muCaptureSamples != 0)
         planFinite(cPlan);

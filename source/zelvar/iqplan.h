@@ -31,6 +31,9 @@ struct IQPlan {
 std::optional<IQPlan> planIQ(const IQRequest& cRequest, const ModelRecord& cModel,
                              const StreamRanges& cRanges, std::string& message, int32_t& iCode);
 
+/// Samples of a packet of about a tenth of a second, within what a packet can hold.
+uint32_t packetOfTenthSecond(float fSampleRateHz);
+
 /// The joined set-up commands of the continuous path.
 std::string continuousIQCommands(const IQPlan& cPlan, const ModelRecord& cModel);
 /// The joined sweep list of the finite path.

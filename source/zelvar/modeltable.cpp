@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <string_view>
 
 namespace {
 
@@ -10,8 +9,8 @@ constexpr GainTable kSetA = {{"high", "high", "high", "high", "high", "high", "h
                              {0, 0, 0, 0, 0, 0, 0, 0, 0, 10}};
 constexpr GainTable kSetB = {{}, {0, 0, 0, 0, 0, 0, 0, 10, 20, 30}};
 
-constexpr uint32_t kStepped = 1;
-constexpr uint32_t kVariable = 2;
+constexpr uint32_t kStepped = kSteppedAttenuator;
+constexpr uint32_t kVariable = kVariableAttenuator;
 
 /// What all models of the family share, with what differs put in.
 constexpr ModelRecord row(const char* pName, float fHighestHz, bool bGainNames, uint32_t uAttenuator,
@@ -71,8 +70,8 @@ uint32_t gainIndex(float fReferenceLevel) {
 
 float referenceLevelFor(const GainTable& cTable, const std::string& gainName, float fAttenuation) {
     for (uint32_t i = kLastIndex + 1; i-- > 0;) {
-        const std::string_view name = cTable.mpNames[i] ? cTable.mpNames[i] : "";
-        if (name == gainName && cTable.mfAttenuations[i] == fAttenuation)
+        const bool bNamed = !cTable.mpNames[i] || gainName == cTable.mpNames[i];
+        if (bNamed && cTable.mfAttenuations[i] == fAttenuation)
             return static_cast<float>(i) * 10.0f - 80.0f;
     }
     return 0.0f;

@@ -10,6 +10,9 @@ struct GainTable {
     std::array<float, 10> mfAttenuations;
 };
 
+inline constexpr uint32_t kSteppedAttenuator = 1;
+inline constexpr uint32_t kVariableAttenuator = 2;
+
 /// A row of the model table: what a model of the first family can do.
 struct ModelRecord {
     const char* mpName;
@@ -22,7 +25,7 @@ struct ModelRecord {
     float mfHighestHz;
     float mfTunedStartHz;
     uint32_t muGainScheme;         // 1: named gain stages exist
-    uint32_t muAttenuatorScheme;   // 1 stepped, 2 variable
+    uint32_t muAttenuatorScheme;   // one of the two above, or none
     bool mbGNSS;
     bool mbSecondFlag;
     float mfTunedLimitdBm;
@@ -40,5 +43,6 @@ bool namesAnyModel(const std::string& text);
 
 /// min(floor((level + 80) / 10), 9), and not below 0.
 uint32_t gainIndex(float fReferenceLevel);
-/// From index 9 down, the first entry equal in name and attenuation: index x 10 - 80; 0 without a match.
+/// From index 9 down, the first entry equal in attenuation and, where the table has names, in name:
+/// index x 10 - 80; 0 without a match.
 float referenceLevelFor(const GainTable& cTable, const std::string& gainName, float fAttenuation);

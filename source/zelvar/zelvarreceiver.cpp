@@ -1,15 +1,15 @@
 #include "zelvar/zelvarreceiver.h"
 
+#include "dsp/windowfunctions.h"
 #include "foundations/runtimeerrors.h"
-#include "foundations/usererrors.h"
 #include "zelvar/deviceparameters.h"
 #include "zelvar/iqmechanism.h"
+#include "zelvar/sweepmechanism.h"
 #include "zelvar/status.h"
 
 namespace {
 
 constexpr int32_t kUnexpectedPacket = -6019;
-constexpr int32_t kAttachFailed = -6027;
 constexpr uint32_t kEndLimitMs = 2000;
 constexpr uint32_t kIdleMs = 100;
 
@@ -89,25 +89,17 @@ FloatRange ZelvarReceiver::referenceLevelRange() const {
 bool ZelvarReceiver::attachFrameSink(ReferencePtr<FrameSink> cNewSink, ErrorList& lErrors) {
     if (const auto cStream = dynamicReferenceCast<IQFrameSink>(cNewSink))
         attachStream(cStream, lErrors);
+    else if (const auto cSpectra = dynamicReferenceCast<SpectrumFrameSink>(cNewSink))
+        _attachSpectrumStream(cSpectra, lErrors);
     else
         lErrors.push_back("Frame sink attach failed");
     return lErrors.empty();
 }
 
-bool ZelvarReceiver::refusesAdaptation(const utils::VariantRecord& cParameters, ErrorList& lMessages) {
-    if (!cParameters.getBool("adaptFull").value_or(false))
-        return false;
-    const std::string text = "Reference level adaptation (adaptFull) is not available";
-    utils::reportError(kAttachFailed, text);
-    utils::UserErrors::instance().setDetail(text);
-    lMessages.push_back(text);
-    return true;
-}
-
 void ZelvarReceiver::attachStream(const ReferencePtr<IQFrameSink>& cSink, ErrorList& lMessages) {
     const utils::VariantRecord cParameters = cSink->getParameters();
     const StreamRanges cRanges = streamRanges();
-    if (!canImplementIQ(cParameters, cRanges, lMessages) || refusesAdaptation(cParameters, lMessages)) {
+    if (!canImplementIQ(cParameters, cRanges, lMessages)) {
         lMessages.push_back("Cannot implement IQ stream");
         return;
     }
@@ -120,8 +112,33 @@ void ZelvarReceiver::attachStream(const ReferencePtr<IQFrameSink>& cSink, ErrorL
         lMessages);
 }
 
+void ZelvarReceiver::_attachSpectrumStream(const ReferencePtr<SpectrumFrameSink>& cSink,
+                                           ErrorList& lMessages) {
+    const StreamRanges cRanges = streamRanges();
+    const utils::VariantRecord cParameters = cSink->getParameters();
+    if (!canImplementSpectrum(cParameters, cRanges, lMessages)) {
+        lMessages.push_back("Spectrum stream attach failed");
+        return;
+    }
+    if (cParameters.getText("WindowFn").value_or("").empty()) {
+        utils::VariantRecord cWindow;
+        cWindow.set("WindowFn", WindowFunctions::defaultWindowName());
+        ErrorList lErrors;
+        cSink->setSinkParameters(cWindow, lErrors, true);
+    }
+    mcScheduler.attachSweep(
+        cSink,
+        [&] {
+            return ReferencePtr<SweepEngine>(new _SweepMechanism(
+                mcContext, cSink, mcModel, cRanges, [cLink = mcEngineLink] { return cLink->get(); }, mcFlatten));
+        },
+        lMessages);
+}
+
 bool ZelvarReceiver::removeFrameSink(ReferencePtr<FrameSink> cSink) {
     utils::reportTrace("::removeFrameSink called...");
+    if (dynamicReferenceCast<SpectrumFrameSink>(cSink))
+        return mcScheduler.detachSweep(cSink);
     return dynamicReferenceCast<IQFrameSink>(cSink) && mcScheduler.detachIQ(cSink);
 }
 

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "flows/iqframesink.h"
+#include "flows/spectrumframesink.h"
 #include "foundations/guardedreference.h"
 #include "foundations/thread.h"
 #include "links/zelvar-vita49protocol.h"
@@ -73,7 +74,7 @@ class ZelvarReceiver final : public ReceiverDevice,
     void letGoOfLink();
     void handToEngines(const ReferencePtr<VITA49ZelvarProtocol>& cProtocol);
     void attachStream(const ReferencePtr<IQFrameSink>& cSink, ErrorList& lMessages);
-    bool refusesAdaptation(const utils::VariantRecord& cParameters, ErrorList& lMessages);
+    void _attachSpectrumStream(const ReferencePtr<SpectrumFrameSink>& cSink, ErrorList& lMessages);
     ReferencePtr<ZelvarReceiver> holdSelf();
     template <typename Call>
     void dispatch(const char* pUnexpected, Call call);

@@ -2,6 +2,7 @@
 
 #include "foundations/initializer.h"
 #include "foundations/runtimeerrors.h"
+#include "streams/streamhandler.h"
 
 constinit std::atomic<APIState*> APIState::spState{nullptr};
 constinit std::atomic<uint32_t> APIState::suCount{0};
@@ -42,6 +43,14 @@ typename Map::mapped_type takeFrom(utils::NamedLock& cLock, Map& cMap, uint32_t 
     return cFound;
 }
 
+/// Nothing feeds the stream any more, and its recording is on disk, whoever else holds it for a moment.
+void endStream(FrameSink& cStream) {
+    if (auto* pHandler = dynamic_cast<StreamHandler*>(&cStream))
+        pHandler->close();
+    else
+        cStream.detachFromSource();
+}
+
 }  // namespace
 
 APIState::APIState(Generator generator)
@@ -54,10 +63,7 @@ APIState::~APIState() {
     utils::Initializer::finaliseAll();
     orphanAllocations();
     releaseStreams();
-    {
-        utils::ScopedLock cGuard(mcProcessorsLock);
-        mcProcessors.clear();
-    }
+    releaseProcessors();
     releaseDevices();
 }
 
@@ -146,7 +152,7 @@ uint32_t APIState::addDevice(ReferencePtr<Device> cDevice) NO_THREAD_SAFETY_ANAL
     return insert(mcDevicesLock, mcDevices, std::move(cDevice));
 }
 
-uint32_t APIState::addProcessor(ReferencePtr<FrameSink> cProcessor) NO_THREAD_SAFETY_ANALYSIS {
+uint32_t APIState::addProcessor(ReferencePtr<Processor> cProcessor) NO_THREAD_SAFETY_ANALYSIS {
     return insert(mcProcessorsLock, mcProcessors, std::move(cProcessor));
 }
 
@@ -158,7 +164,7 @@ ReferencePtr<Device> APIState::findDevice(uint32_t uHandle) NO_THREAD_SAFETY_ANA
     return findIn(mcDevicesLock, mcDevices, uHandle);
 }
 
-ReferencePtr<FrameSink> APIState::findProcessor(uint32_t uHandle) NO_THREAD_SAFETY_ANALYSIS {
+ReferencePtr<Processor> APIState::findProcessor(uint32_t uHandle) NO_THREAD_SAFETY_ANALYSIS {
     return findIn(mcProcessorsLock, mcProcessors, uHandle);
 }
 
@@ -169,7 +175,7 @@ ReferencePtr<FrameSink> APIState::findStream(uint32_t uHandle) NO_THREAD_SAFETY_
 ReferencePtr<Entity> APIState::findEntity(uint32_t uHandle) {
     if (ReferencePtr<Device> cDevice = findDevice(uHandle))
         return cDevice;
-    if (ReferencePtr<FrameSink> cProcessor = findProcessor(uHandle))
+    if (ReferencePtr<Processor> cProcessor = findProcessor(uHandle))
         return cProcessor;
     return findStream(uHandle);
 }
@@ -189,12 +195,16 @@ bool APIState::closeStream(uint32_t uHandle) NO_THREAD_SAFETY_ANALYSIS {
     const ReferencePtr<FrameSink> cStream = takeFrom(mcStreamsLock, mcStreams, uHandle);
     if (!cStream)
         return false;
-    cStream->detachFromSource();
+    endStream(*cStream);
     return true;
 }
 
 bool APIState::closeProcessor(uint32_t uHandle) NO_THREAD_SAFETY_ANALYSIS {
-    return static_cast<bool>(takeFrom(mcProcessorsLock, mcProcessors, uHandle));
+    const ReferencePtr<Processor> cProcessor = takeFrom(mcProcessorsLock, mcProcessors, uHandle);
+    if (!cProcessor)
+        return false;
+    cProcessor->disown();
+    return true;
 }
 
 bool APIState::closeDevice(uint32_t uHandle) NO_THREAD_SAFETY_ANALYSIS {
@@ -244,7 +254,18 @@ void APIState::releaseStreams() {
         cStreams.swap(mcStreams);
     }
     for (const auto& [uHandle, cStream] : cStreams)
-        cStream->detachFromSource();
+        endStream(*cStream);
+}
+
+// The ends of their threads are waited for outside the lock.
+void APIState::releaseProcessors() {
+    std::map<uint32_t, ReferencePtr<Processor>> cProcessors;
+    {
+        utils::ScopedLock cGuard(mcProcessorsLock);
+        cProcessors.swap(mcProcessors);
+    }
+    for (const auto& [uHandle, cProcessor] : cProcessors)
+        cProcessor->disown();
 }
 
 void APIState::releaseDevices() {

@@ -10,6 +10,7 @@
 
 #include "flows/framesink.h"
 #include "foundations/namedlock.h"
+#include "processors/processor.h"
 #include "receivers/device.h"
 
 inline constexpr uint32_t kInvalidHandle = 0xFFFFFFFFu;
@@ -50,11 +51,11 @@ class APIState {
 
     // Adding draws a handle that no table holds.
     uint32_t addDevice(ReferencePtr<Device> cDevice);
-    uint32_t addProcessor(ReferencePtr<FrameSink> cProcessor);
+    uint32_t addProcessor(ReferencePtr<Processor> cProcessor);
     uint32_t addStream(ReferencePtr<FrameSink> cStream);
 
     ReferencePtr<Device> findDevice(uint32_t uHandle);
-    ReferencePtr<FrameSink> findProcessor(uint32_t uHandle);
+    ReferencePtr<Processor> findProcessor(uint32_t uHandle);
     ReferencePtr<FrameSink> findStream(uint32_t uHandle);
     ReferencePtr<Entity> findEntity(uint32_t uHandle);
 
@@ -78,6 +79,7 @@ class APIState {
     bool closeProcessor(uint32_t uHandle);
     bool closeDevice(uint32_t uHandle);
     void releaseStreams();
+    void releaseProcessors();
     void releaseDevices();
     void orphanAllocations();
 
@@ -91,7 +93,7 @@ class APIState {
     std::set<std::string> mcKnownTexts GUARDED_BY(mcDevicesLock);   // the same addresses, for the look-up
     std::map<uint32_t, ReferencePtr<Device>> mcDevices GUARDED_BY(mcDevicesLock);
     utils::NamedLock mcProcessorsLock{"APIState::mcProcessorsLock"};
-    std::map<uint32_t, ReferencePtr<FrameSink>> mcProcessors GUARDED_BY(mcProcessorsLock);
+    std::map<uint32_t, ReferencePtr<Processor>> mcProcessors GUARDED_BY(mcProcessorsLock);
     utils::NamedLock mcStreamsLock{"APIState::mcStreamsLock"};
     std::map<uint32_t, ReferencePtr<FrameSink>> mcStreams GUARDED_BY(mcStreamsLock);
     utils::NamedLock mcAllocationsLock{"APIState::mcAllocationsLock"};

@@ -72,8 +72,8 @@ int32_t setEntityParameters(APIState& cState, uint32_t uHandle, utils::VariantRe
     ErrorList lErrors;
     const ReferencePtr<FrameSink> cStream = cState.findStream(uHandle);
     const ReferencePtr<Device> cDevice = cState.findDevice(uHandle);
-    const ReferencePtr<FrameSink> cProcessor = cState.findProcessor(uHandle);
-    if (const ReferencePtr<FrameSink>& cSink = cStream ? cStream : cProcessor)
+    const ReferencePtr<Processor> cProcessor = cState.findProcessor(uHandle);
+    if (const ReferencePtr<FrameSink> cSink = cStream ? cStream : ReferencePtr<FrameSink>(cProcessor))
         cSink->setSinkParameters(cRecord, lErrors, false);
     if (!cStream && cDevice)
         cDevice->setParameters(cRecord, lErrors);

@@ -5,6 +5,11 @@
 #include "api/apistate.h"
 #include "foundations/initializer.h"
 #include "links/tcpiptransport.h"
+#include "processors/amdemodulator.h"
+#include "processors/fmdemodulator.h"
+#include "processors/iqtospectrum.h"
+#include "processors/processortype.h"
+#include "processors/spectrumcharacterization.h"
 #include "zelvar/devicetypes.h"
 
 namespace {
@@ -18,6 +23,11 @@ TCPIPTransportType scTCPIP;
 
 ZelvarHiSlipDeviceType scZelvarHiSlip;
 ZelvarRawDeviceType scZelvarRaw;
+
+ProcessorTypeOf<AMDemodulator> scAMDemodulator{"AMDemodulator"};
+ProcessorTypeOf<FMDemodulator> scFMDemodulator{"FMDemodulator"};
+ProcessorTypeOf<IQToSpectrum> scIQToSpectrum{"IQToSpectrum"};
+ProcessorTypeOf<SpectrumCharacterizationProcessor> scSpectrumCharacterization{"SpectrumCharacterization"};
 
 /// The interface is up from load to process exit; a dlclose runs nothing (the library is linked nodelete).
 struct Load {

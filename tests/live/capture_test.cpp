@@ -175,10 +175,6 @@ TEST(ContinuousCapture, WhatIsOutOfRangeIsRefusedAtTheAttach) {
     EXPECT_EQ(vnkGetNextStatus(), -64);
     EXPECT_EQ(vnkGetNextStatus(), 0);
     EXPECT_EQ(vnkIsAttached(cStream.handle()), 5);
-    live::Stream cAdaptive(100e6, 100e3);
-    ASSERT_EQ(cAdaptive.set("{\"adaptFull\":true}"), 0);
-    EXPECT_EQ(cAdaptive.attach(cDevice), -41);
-    EXPECT_NE(live::log().find("adapt"), std::string::npos);
 }
 
 TEST(ContinuousCapture, DeliveredFramesOutliveTheirStreamAndDevice) {

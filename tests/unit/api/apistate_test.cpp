@@ -7,11 +7,16 @@
 #include <vector>
 
 #include "streams/iqstreamhandler.h"
+#include "support/plainprocessor.h"
 
 namespace {
 
 ReferencePtr<FrameSink> makeStream() {
     return makeReference<IQStreamHandler>(utils::VariantRecord());
+}
+
+ReferencePtr<Processor> makeProcessor() {
+    return makeReference<vnktest::PlainProcessor>();
 }
 
 }  // namespace
@@ -29,7 +34,7 @@ TEST(DrawnHandle, IsNeverTheInvalidNumberNorOneInAnyTable) {
     size_t uNext = 0;
     APIState cState([&] { return lValues[uNext++ % lValues.size()]; });
     EXPECT_EQ(cState.addStream(makeStream()), 5u);
-    EXPECT_EQ(cState.addProcessor(makeStream()), 6u) << "5 names a stream";
+    EXPECT_EQ(cState.addProcessor(makeProcessor()), 6u) << "5 names a stream";
     EXPECT_EQ(cState.addStream(makeStream()), 7u) << "6 names a processor";
 }
 
@@ -47,7 +52,7 @@ TEST(DrawnHandle, OfThreadsWhoseGeneratorRepeatsItselfNoEntryIsLostOrOverwritten
         lThreads.emplace_back([&, i] {
             for (int k = 0; k < kEach; ++k) {
                 lStreams[static_cast<size_t>(i)].push_back(cState.addStream(makeStream()));
-                lProcessors[static_cast<size_t>(i)].push_back(cState.addProcessor(makeStream()));
+                lProcessors[static_cast<size_t>(i)].push_back(cState.addProcessor(makeProcessor()));
             }
         });
     for (std::thread& cThread : lThreads)
@@ -67,7 +72,7 @@ TEST(DrawnHandle, OfThreadsWhoseGeneratorRepeatsItselfNoEntryIsLostOrOverwritten
 TEST(Close, LooksForStreamsThenProcessors) {
     APIState cState;
     uint32_t uStream = cState.addStream(makeStream());
-    uint32_t uProcessor = cState.addProcessor(makeStream());
+    uint32_t uProcessor = cState.addProcessor(makeProcessor());
     EXPECT_EQ(cState.close(&uProcessor), 0);
     EXPECT_EQ(uProcessor, kInvalidHandle);
     EXPECT_EQ(cState.close(&uStream), 0);

@@ -121,3 +121,34 @@ TEST_F(SpectrumFrameSinkTest, TakesSpectraAndTheEndOnly) {
         makeReference<SpectrumFrame>(0u, uint64_t{0}, uint64_t{0}, uint32_t{kNanoseconds}, 0.0f, 1.0f, 1.0f,
                                      0.0f, std::string(), ReferencePtr<FloatArray>(), std::string())));
 }
+
+TEST_F(SpectrumFrameSinkTest, FlatteningIsStoredAndReportedOnceItIsAskedFor) {
+    EXPECT_FALSE(mcSink->getParameters().getBool("flatten"));
+    EXPECT_TRUE(set("{\"flatten\":true}"));
+    EXPECT_EQ(mcSink->getParameters().getBool("flatten"), true);
+    EXPECT_EQ(mcSink->getParameters().size(), 12u);
+    EXPECT_TRUE(set("{\"RefdBm\":-10.0}"));
+    EXPECT_EQ(mcSink->getParameters().getBool("flatten"), true);
+    EXPECT_TRUE(set("{\"flatten\":false}"));
+    EXPECT_FALSE(mcSink->getParameters().getBool("flatten"));
+}
+
+TEST_F(SpectrumFrameSinkTest, FlatteningOfAnotherKindIsUnknownAndStoresNothing) {
+    for (const char* pText : {"{\"flatten\":1,\"RefdBm\":-10.0}", "{\"flatten\":\"true\",\"RefdBm\":-10.0}"}) {
+        EXPECT_FALSE(set(pText)) << pText;
+        EXPECT_EQ(mlErrors, ErrorList{"Attempted to integrate unknown parameter 'flatten'"});
+        EXPECT_EQ(statuses(), std::vector<int32_t>{-33});
+        EXPECT_EQ(number("RefdBm"), -40.0f);
+    }
+}
+
+TEST_F(SpectrumFrameSinkTest, FlatteningThatTheSourceRefusesIsNotStored) {
+    auto cSource = makeReference<CountedSource>();
+    ASSERT_TRUE(cSource->attachFrameSink(mcSink, mlErrors));
+    EXPECT_TRUE(set("{\"flatten\":true}"));
+    EXPECT_EQ(cSource->mcOffered.getBool("flatten"), true);
+    EXPECT_EQ(cSource->muChanges, 1u);
+    cSource->mbWilling = false;
+    EXPECT_FALSE(set("{\"flatten\":false}"));
+    EXPECT_EQ(mcSink->getParameters().getBool("flatten"), true);
+}

@@ -153,6 +153,40 @@ TEST(Thread, aRestartedThreadHasItsOwnStopToken) {
     EXPECT_TRUE(cThread.stop(10'000));
 }
 
+TEST(Thread, aStartAnewBesideABodyThatHasBeenAskedLeavesThatBehind) {
+    Barrier cFirstGo("go");
+    Barrier cFirstDone("done");
+    std::atomic<int> iBodies{0};
+    std::atomic<bool> bLeftBehind{false};
+    Body cThread([&](Body& cSelf) {
+        if (++iBodies == 1) {
+            EXPECT_FALSE(cSelf.isLeftBehind());
+            cFirstGo.wait(30'000'000);
+            bLeftBehind = cSelf.isLeftBehind();
+            cFirstDone.signal();
+        } else {
+            EXPECT_FALSE(cSelf.isLeftBehind());
+            untilStopped(cSelf);
+        }
+    });
+    ASSERT_TRUE(cThread.startAnew(kNormal));
+    EXPECT_FALSE(cThread.startAnew(kNormal)) << "it has not been asked to end";
+    cThread.ask();
+    EXPECT_FALSE(cThread.start(kNormal)) << "the running flag is set";
+    ASSERT_TRUE(cThread.startAnew(kNormal));
+    EXPECT_FALSE(cThread.startAnew(kNormal));
+    ASSERT_TRUE(waitUntil([&] { return iBodies == 2; }));
+    cFirstGo.signal();
+    ASSERT_TRUE(cFirstDone.wait(30'000'000));
+    EXPECT_TRUE(bLeftBehind);
+    EXPECT_FALSE(cThread.isLeftBehind()) << "elsewhere than on a body";
+    EXPECT_TRUE(cThread.isRunning());
+    EXPECT_TRUE(cThread.stop(10'000));
+    Barrier cRetired("retired");
+    cThread.retire(0, [&] { cRetired.signal(); });
+    EXPECT_TRUE(cRetired.wait(30'000'000));
+}
+
 TEST(Thread, aNotifyEndsASleepEarly) {
     std::atomic<uint64_t> uSlept{0};
     Barrier cAsleep("asleep");

@@ -218,7 +218,7 @@ TEST_F(IQStreamHandlerTest, FirstFrameStartsTheStreamAndTheEndAloneDoesNot) {
 
 TEST_F(IQStreamHandlerTest, FrameOfAnotherTypeIsDropped) {
     mcHandler->receiveFrame(spectrumFrame(1), false);
-    EXPECT_EQ(mcHandler->nextIQFrame(0), nullptr);
+    EXPECT_EQ(mcHandler->nextTypedFrame(0), nullptr);
     EXPECT_TRUE(drain(*mcHandler).empty());
 }
 
@@ -226,7 +226,7 @@ TEST_F(IQStreamHandlerTest, FirstFrameSetsNoGapAndAMissingOneDoes) {
     for (const uint32_t uSequence : {5u, 6u, 8u, 9u})
         mcHandler->receiveFrame(iqFrame(uSequence), false);
     std::vector<bool> lGaps;
-    while (mcHandler->nextIQFrame(0).get())
+    while (mcHandler->nextTypedFrame(0).get())
         lGaps.push_back(mcHandler->takeGapFlag());
     EXPECT_EQ(lGaps, (std::vector<bool>{false, false, true, false}));
 }
@@ -258,8 +258,8 @@ TEST_F(IQStreamHandlerTest, SubOptimalFlagStaysUntilItIsRead) {
     mcHandler->receiveFrame(cFrame, false);
     mcHandler->receiveFrame(iqFrame(1), false);
     EXPECT_FALSE(mcHandler->takeSubOptimalFlag());  // not read by the caller yet
-    EXPECT_NE(mcHandler->nextIQFrame(0), nullptr);
-    EXPECT_NE(mcHandler->nextIQFrame(0), nullptr);
+    EXPECT_NE(mcHandler->nextTypedFrame(0), nullptr);
+    EXPECT_NE(mcHandler->nextTypedFrame(0), nullptr);
     EXPECT_TRUE(mcHandler->takeSubOptimalFlag());
     EXPECT_FALSE(mcHandler->takeSubOptimalFlag());
 }
@@ -272,8 +272,8 @@ TEST_F(IQStreamHandlerTest, ExhaustionIsThatOfTheSourceAndTheSinkSideWaitsForIts
     mcDevice->mbExhausted = true;
     EXPECT_TRUE(mcHandler->isExhausted());
     EXPECT_FALSE(mcHandler->isSinkExhausted());
-    EXPECT_NE(mcHandler->nextIQFrame(0), nullptr);
-    EXPECT_EQ(mcHandler->nextIQFrame(0), nullptr);
+    EXPECT_NE(mcHandler->nextTypedFrame(0), nullptr);
+    EXPECT_EQ(mcHandler->nextTypedFrame(0), nullptr);
     EXPECT_TRUE(mcHandler->isSinkExhausted());
 }
 
@@ -294,7 +294,7 @@ TEST_F(IQStreamHandlerTest, FourReadersSeeEachFrameOnceAndNoGap) {
     for (auto& cMine : lTaken)
         lReaders.emplace_back([&] {
             while (uTaken < kFrames)
-                if (const auto cFrame = mcHandler->nextIQFrame(20); cFrame.get()) {
+                if (const auto cFrame = mcHandler->nextTypedFrame(20); cFrame.get()) {
                     cMine.insert(cFrame->sequence());
                     ++uTaken;
                 }
@@ -340,7 +340,7 @@ TEST_F(IQStreamHandlerTest, AttachAndDetachAtOnceWhileFramesFlowEndInAgreement) 
             mcHandler->setSinkParameters(cRecord, lErrors, false);
             mcHandler->getParameters();
             mcHandler->isExhausted();
-            mcHandler->nextIQFrame(0);
+            mcHandler->nextTypedFrame(0);
         }
     });
     std::vector<std::thread> lThreads;
@@ -380,6 +380,22 @@ TEST_F(IQStreamHandlerTest, DetachThatCrossesAnAttachWinsAndLeavesNothingBehind)
     EXPECT_FALSE(mcHandler->attachToSource(cDevice, mlErrors));
     EXPECT_EQ(cDevice->sinkCount(), 0u);
     EXPECT_FALSE(mcHandler->isAttached());
+}
+
+TEST_F(IQStreamHandlerTest, CloseLetsGoOfThoseBehindItWhileAProducerIsHeldUpInOneOfThem) {
+    attach();
+    const auto cBehind = makeReference<IQFrameSink>();
+    ASSERT_TRUE(mcHandler->attachFrameSink(cBehind, mlErrors));
+    mcHandler->setAllowDiscarding(true);
+    // The frame that must not be dropped stands first in a full queue that nobody reads.
+    std::thread cProducer([this] {
+        for (uint32_t i = 0; i < 12; ++i)
+            mcDevice->deliverFrame(vnktest::keptFrame(i), false);
+    });
+    mcHandler->close();
+    EXPECT_FALSE(cBehind->isAttached());
+    EXPECT_EQ(mcHandler->sinkCount(), 0u);
+    cProducer.join();
 }
 
 TEST_F(IQStreamHandlerTest, StreamMayEndWhileThoseAttachedToItUseIt) {

@@ -130,5 +130,10 @@ TEST(ReferenceLevel, IsLookedUpFromTheTopDown) {
 TEST(ReferenceLevel, IsZeroWithoutAMatch) {
     EXPECT_EQ(referenceLevelFor(*findModel("ZV350-C")->mpTuned, "high", 10.0f), 0.0f);
     EXPECT_EQ(referenceLevelFor(*findModel("ZV350-C")->mpTuned, "", 0.0f), 0.0f);
-    EXPECT_EQ(referenceLevelFor(*findModel("ZV100-A")->mpTuned, "high", 0.0f), 0.0f);
+    EXPECT_EQ(referenceLevelFor(*findModel("ZV100-A")->mpTuned, "", 5.0f), 0.0f);
+}
+
+TEST(ReferenceLevel, ATableWithoutNamesIsSearchedByTheAttenuationAlone) {
+    EXPECT_EQ(referenceLevelFor(*findModel("ZV100-A")->mpTuned, "low", 20.0f), 0.0f);
+    EXPECT_EQ(referenceLevelFor(*findModel("ZV100-A")->mpTuned, "low", 30.0f), 10.0f);
 }

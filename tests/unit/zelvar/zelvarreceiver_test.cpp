@@ -2,6 +2,7 @@
 
 #include <bit>
 
+#include "flows/basebandframesink.h"
 #include "flows/spectrumframesink.h"
 #include "receiversupport.h"
 
@@ -106,7 +107,7 @@ TEST_F(Receiver, SinksOfNeitherTypeAreRefused) {
     const ErrorList lRefused = {"Frame sink attach failed"};
     EXPECT_EQ(attach(cDevice, {}), lRefused);
     EXPECT_EQ(attach(cDevice, makeReference<FrameSink>()), lRefused);
-    EXPECT_EQ(attach(cDevice, makeReference<SpectrumFrameSink>()), lRefused);
+    EXPECT_EQ(attach(cDevice, makeReference<BasebandFrameSink>()), lRefused);
     EXPECT_FALSE(source(cDevice).removeFrameSink({}));
     EXPECT_FALSE(source(cDevice).removeFrameSink(makeReference<SpectrumFrameSink>()));
     close(cDevice);
@@ -120,18 +121,6 @@ TEST_F(Receiver, AStreamOutOfRangeIsRefusedWithAStatusForEach) {
     ASSERT_EQ(lErrors.size(), 4u);
     EXPECT_EQ(lErrors.back(), "Cannot implement IQ stream");
     EXPECT_EQ(vnktest::takeStatuses(), (std::vector<int32_t>{-62, -63, -64}));
-    close(cDevice);
-}
-
-TEST_F(Receiver, AWishForLevelAdaptationIsRefusedInSoManyWords) {
-    ReferencePtr<Device> cDevice = open();
-    ASSERT_TRUE(cDevice);
-    const auto cStream =
-        stream(R"({"FCentreHz":100000000.0,"IFBWHz":200000.0,"RefdBm":-30.0,"adaptFull":true})");
-    EXPECT_EQ(attach(cDevice, cStream), (ErrorList{"Reference level adaptation (adaptFull) is not available",
-                                                   "Cannot implement IQ stream"}));
-    EXPECT_NE(utils::UserErrors::instance().takeDetail().find("adaptFull"), std::string::npos);
-    EXPECT_FALSE(cStream->isAttached());
     close(cDevice);
 }
 

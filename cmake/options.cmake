@@ -5,6 +5,10 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O3 -DNDEBUG")
+# The kind that the sanitizers build: traces need lines only, and more optimising costs more time than it saves.
+set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -g1 -DNDEBUG")
+# What needs no speed of its own. Under sanitizers the optimiser takes far longer than it then saves.
+set(VNK_SMALL_OPTIONS $<IF:$<BOOL:${VNK_SANITIZE}>,-O0,-O1>)
 if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE Release)
 endif()
@@ -13,7 +17,9 @@ set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 
 find_program(CCACHE ccache)
 if(CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+  # Precompiled headers are cached by what they were made of, never by the time they were made.
+  set(CMAKE_CXX_COMPILER_LAUNCHER 
+    ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime ${CCACHE})
 endif()
 find_package(Threads REQUIRED)
 

@@ -44,7 +44,9 @@
  *   vnkOpenDevice can pass an exception of the library's own when a unit serves correction data that contradict
  *   themselves; a C program then ends. Functions that connect or ask a unit
  *   (vnkExamineDevice, vnkOpenDevice, vnkResetDeviceConnection, vnkQuerySCPI, and vnkGetParameters and
- *   vnkSetParameters on a device) pass std::system_error when the system has no thread to give.
+ *   vnkSetParameters on a device), vnkAttachStreamToFile and vnkConvertBasebandFileToWavFile pass std::system_error
+ *   when the system has no thread to give. vnkSetStreamOutputFile and vnkConvertBasebandFileToWavFile pass
+ *   std::invalid_argument and std::out_of_range for some names, see there.
  * - **The host's process** is left alone: its signal handling, locale and rand() are not touched.
  */
 #ifndef LIBVNK_H
@@ -84,6 +86,40 @@ typedef struct vnkIQRecord {
     char* extras;          /**< a record text with more about the frame ("status"), or NULL */
 } vnkIQRecord;
 
+/**
+ * One spectrum. Allocated by the library, one for each frame delivered, and given back with vnkFreeSpectrum. Read, do
+ * not write.
+ */
+typedef struct vnkSpectrumRecord {
+    int32_t status;        /**< always 0 */
+    uint32_t sequence;     /**< number of the frame */
+    uint64_t timestamp;    /**< of the first sample behind the spectrum, nanoseconds since 1970 */
+    uint64_t duration;     /**< the time that the spectrum covers, nanoseconds */
+    double minimumHz;      /**< lower edge; the first point lies there */
+    double maximumHz;      /**< upper edge */
+    float rbwHz;           /**< resolution bandwidth */
+    uint32_t pointCount;   /**< bins, in ascending frequency */
+    const float* points;   /**< levels, usually dBm; valid until the record is given back */
+    char* extras;          /**< a record text with more about the frame, or NULL */
+    uint32_t traceCount;   /**< further traces of the frame */
+    const float* const* traces; /**< traceCount arrays of pointCount levels each, or NULL */
+} vnkSpectrumRecord;
+
+/**
+ * One frame of audio-rate channels. Allocated by the library, one for each frame delivered, and given back with
+ * vnkFreeBaseband. Read, do not write.
+ */
+typedef struct vnkBasebandRecord {
+    uint32_t sequence;          /**< number of the frame */
+    uint64_t timestamp;         /**< of the first sample, nanoseconds since 1970 */
+    float sampleRateHz;         /**< samples per second of each channel */
+    float bandwidthHz;          /**< bandwidth of the frame */
+    uint32_t channelCount;
+    uint32_t samplesPerChannel; /**< of the last channel; 0 without channels */
+    const float* const* channels; /**< channelCount arrays; valid until the record is given back */
+    char* extras;               /**< a record text with more about the frame, or NULL */
+} vnkBasebandRecord;
+
 /** @name Lifetime and version
  * @{ */
 
@@ -96,8 +132,9 @@ VNK_API int32_t vnkInitAPI(void);
 
 /**
  * Counts one user less. At a count of 1 the state ends: streams are detached (each up to 5 s while its capture
- * stops), devices closed, all handles become invalid. Frame records that the caller still holds may be given back
- * after a later vnkInitAPI. A call at a count of 0 wraps the count; the next vnkInitAPI brings it back to 0.
+ * stops), recordings completed (each until all its frames are on disk), devices closed, all handles become invalid.
+ * Frame records that the caller still holds may be given back after a later vnkInitAPI. A call at a count of 0 wraps
+ * the count; the next vnkInitAPI brings it back to 0.
  * @return 0.
  * Must not race with any other call.
  */
@@ -223,8 +260,10 @@ VNK_API int32_t vnkResetDeviceConnection(uint32_t handle);
 
 /**
  * Closes a device, stream or processor and writes 0xFFFFFFFF into the variable. A stream is detached first, which
- * waits until its capture has stopped, 5 s at the most. A device with streams attached goes on until they have been
- * detached or closed. Frame records that were delivered stay valid until they are given back.
+ * waits until its capture has stopped, 5 s at the most, and its recording is completed, which waits for the disk. A
+ * device with streams attached goes on until they have been detached or closed. A processor goes on while streams of
+ * its output are open, and ends with the last of them or with the stream that it takes its frames from; its end waits
+ * for its thread as vnkDetachProcessor does. Frame records that were delivered stay valid until they are given back.
  * @return 0; -4 null address; -8 the variable holds 0xFFFFFFFF; -21 unknown handle, the variable stays; -2.
  */
 VNK_API int32_t vnkClose(uint32_t* handle);
@@ -389,6 +428,165 @@ VNK_API int32_t vnkGetNextIQ(uint32_t stream, vnkIQRecord** record, uint32_t tim
  * @return 0; -4 null address; -20 the variable holds NULL; -2.
  */
 VNK_API int32_t vnkFreeIQ(vnkIQRecord** record);
+
+/** @} */
+
+/** @name Spectrum and baseband streams
+ * @{ */
+
+/**
+ * Makes a spectrum stream.
+ * @param rbwHz Resolution bandwidth.
+ * @param windowName A window's name (see vnkAddWindowType), or NULL for none named.
+ * @param referenceLeveldBm The greatest power expected.
+ * @return 0; -4 null address; -46 the minimum above the maximum (equal values pass); -47 a negative resolution
+ * bandwidth; -48 a reference level below -100 or above 20 dBm; -49 another parameter is refused (a negative edge, an
+ * unknown window; the reasons are in the internal log, code -7000); -2. Of several the first is told.
+ */
+VNK_API int32_t vnkCreateSpectrumStream(uint32_t* handle, float minimumHz, float maximumHz, float rbwHz,
+                                        const char* windowName, float referenceLeveldBm);
+
+/**
+ * Takes the next frame of a spectrum stream; all else as for vnkGetNextIQ.
+ * @return 0 a frame; 1 none in time; 2 the source has ended; 3 nothing received yet; -4 null address; -17 unknown
+ * handle; -25 not a spectrum stream; -86 nothing heard from the unit for 10 s; -2.
+ */
+VNK_API int32_t vnkGetNextSpectrum(uint32_t stream, vnkSpectrumRecord** record, uint32_t timeoutMs);
+
+/**
+ * Gives a record back and writes NULL into the variable. A record that the library did not make is freed with free(),
+ * its points, traces array and extras too.
+ * @return 0; -4 null address; -20 the variable holds NULL; -2.
+ */
+VNK_API int32_t vnkFreeSpectrum(vnkSpectrumRecord** record);
+
+/**
+ * Takes the next frame of a baseband stream; all else as for vnkGetNextIQ.
+ * @return 0 a frame; 1 none in time; 2 the source has ended; 3 nothing received yet; -4 null address; -17 unknown
+ * handle; -78 not a baseband stream; -2.
+ */
+VNK_API int32_t vnkGetNextBaseband(uint32_t stream, vnkBasebandRecord** record, uint32_t timeoutMs);
+
+/**
+ * Gives a record back and writes NULL into the variable. A record that the library did not make is freed with free(),
+ * its channels array and extras too.
+ * @return 0; -4 null address; -20 the variable holds NULL; -2.
+ */
+VNK_API int32_t vnkFreeBaseband(vnkBasebandRecord** record);
+
+/** @} */
+
+/** @name Processors
+ *
+ * A processor takes the frames of one stream and makes frames of another kind: spectra from IQ, audio from IQ, traces
+ * from spectra. It works on a thread of its own, from the moment it is attached until it is detached, and feeds any
+ * number of streams, which other processors may follow. Its parameters go through vnkGetParameterInfo,
+ * vnkGetParameters and vnkSetParameters with its handle, also while it works.
+ *
+ *     vnkCreateProcessor(&processor, "FMDemodulator");
+ *     vnkGetProcessorOutputStream(processor, &audio);
+ *     vnkAttachProcessorToStream(processor, stream);
+ *     while (vnkGetNextBaseband(audio, &record, 2000) == 0) ...
+ *
+ * When the stream in front of a processor has ended and all its frames have been worked off, the end goes on to the
+ * streams behind it, a tenth of a second later for each processor. A processor that has not received a frame since
+ * it was attached passes no end on.
+ * @{ */
+
+/**
+ * The names of all processor types, as {"processortypes":["AMDemodulator","FMDemodulator",...]}. Needs no initialised
+ * interface.
+ * @param types First freed, then receives a text for vnkDisposeString.
+ * @return 0; -4 null address.
+ */
+VNK_API int32_t vnkGetProcessorTypes(char** types);
+
+/**
+ * Makes a processor, which is attached to nothing yet. It is closed with vnkClose.
+ * @param processor Receives the handle; left as it was on failure.
+ * @param typeName A name that vnkGetProcessorTypes gives, byte for byte.
+ * @return 0; -4 null address; -72 no name; -74 no such type; -2.
+ */
+VNK_API int32_t vnkCreateProcessor(uint32_t* processor, const char* typeName);
+
+/**
+ * Lets a processor take the frames of a stream, beside the caller who reads it and other processors. A processor has
+ * one input at a time: it is detached from an earlier one first, as by vnkDetachProcessor, also when the new one is
+ * then refused.
+ * Starts the processor's thread and does not wait for frames. Of two calls at once for one processor the one that ends
+ * later stands. A processor may be attached to a stream of its own output.
+ * @return 0; -73 unknown processor; -38 unknown stream; -75 the stream's frames are of a kind that the processor does
+ * not take, or the system has no thread to give; -2.
+ */
+VNK_API int32_t vnkAttachProcessorToStream(uint32_t processor, uint32_t stream);
+
+/**
+ * Takes a processor off its input. Waits until its thread has stopped, one second at the most: a thread that still
+ * waits then for room behind it (in a stream that nobody reads, for frames that must not be dropped) is left behind;
+ * it ends when it gets room and sends nothing but the frame in flight. The processor may be attached again at once, and
+ * works on when the one left behind has ended. The streams behind the processor stay attached to it and get no end. Of
+ * two calls at once exactly one gives 0.
+ * @return 0; -73 unknown processor; -76 it was not attached; -2.
+ */
+VNK_API int32_t vnkDetachProcessor(uint32_t processor);
+
+/**
+ * Makes a new stream of what a processor makes: spectra or audio, by the type. Each call makes another one, and each
+ * of them receives all frames from then on. The stream is the caller's, is closed with vnkClose, and lives on when
+ * the processor's handle is closed.
+ * A processor implements no changes: vnkSetParameters on its streams of spectra gives -34 as long as they are attached,
+ * though what concerns the queue alone ("bufferFrames" and the like) is set.
+ * @param stream Receives the handle; left as it was on failure.
+ * @return 0; -73 unknown processor; -4 null address; -82 no stream could be made; -83 it could not be attached; -2.
+ */
+VNK_API int32_t vnkGetProcessorOutputStream(uint32_t processor, uint32_t* stream);
+
+/** @} */
+
+/** @name Recordings
+ *
+ * A recording is a pair of files with one stem: stem.json describes the stream, stem.data holds its frames. What stands
+ * behind the last "." of a path is replaced, so that a path names the pair with any extension, and without one as long
+ * as no folder in it has a "." in its name. The folder is the text up to the last backslash, on every platform, and a
+ * path without one is refused: write "/home/me/captures\\name". (On POSIX the file system sees a "/" in the backslash's
+ * place.)
+ * @{ */
+
+/**
+ * Records what a stream receives, from now on, whether it is read or not; or ends the recording.
+ *
+ * A name that is taken becomes name(1), name(2)...; the parameter "filename" of the stream tells which. A thread of
+ * its own writes; a disk that cannot follow loses the oldest frames once 100 MiB wait, and never stalls the stream. A
+ * disk that fails is told once, in the internal log (code -71). The description is written when the recording ends:
+ * with a null or empty path here, with another path, or when the stream is closed. Each of these waits until all queued
+ * frames are on disk. A process that is killed leaves the data and an empty description.
+ * @return 0; -17 unknown handle; -70 an empty path and no recording; -71 no such folder, and an earlier recording goes
+ * on; -2. Passes std::invalid_argument or std::out_of_range when the name is taken and the path, folders included,
+ * holds "(" before something that is no number of 32 bits. On a stream that a device feeds, the device is asked for its
+ * parameters first, as vnkGetParameters does.
+ */
+VNK_API int32_t vnkSetStreamOutputFile(uint32_t stream, const char* path);
+
+/**
+ * Plays a recording into a stream of its kind: at the pace at which it was recorded (spectra and IQ; baseband as fast
+ * as it can be read), once, or for ever while the parameter "LoopingFlag" of the stream is true. At the end the stream
+ * is detached. A recording that plays already is ended first, which takes a second at the most; a device goes on
+ * feeding the stream beside it. Set "LoopingFlag" before: while a recording plays into an IQ or spectrum stream the
+ * flag is taken, but vnkSetParameters returns -34, since a recording implements no change.
+ * @return 0; -29 no such recording, or not readable as one; -30 not IQ, for an IQ stream; -31 not spectra, for a
+ * spectrum stream; -79 not baseband, for a baseband stream; -87 unknown handle, or a stream of none of these kinds;
+ * -41 refused; -2.
+ */
+VNK_API int32_t vnkAttachStreamToFile(uint32_t stream, const char* path);
+
+/**
+ * Plays a baseband recording through and writes a WAV file for it: at present its 44-byte header alone (16-bit PCM,
+ * one channel, the recording's sample rate), without samples. The name is made unique as for recordings. Blocks until
+ * the recording has been read.
+ * @return 0; -4 null path; -29 no such recording, or the output cannot be opened; -79 not a baseband recording; -84 the
+ * output's folder does not exist; -2. Can pass the exceptions of vnkSetStreamOutputFile.
+ */
+VNK_API int32_t vnkConvertBasebandFileToWavFile(const char* recording, const char* wavPath);
 
 /** @} */
 

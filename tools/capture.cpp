@@ -21,8 +21,6 @@ constexpr auto kProgressEvery = std::chrono::milliseconds(200);
 constexpr auto kFirstSampleLimit = std::chrono::seconds(15);
 constexpr size_t kSpectrumBins = 512;
 
-constexpr int32_t kStatusFrame = 0, kStatusEnded = 2, kStatusNotResponding = -86;
-
 double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
@@ -30,19 +28,20 @@ double secondsSince(Clock::time_point start) {
 /// One capture: the stream, where its samples go, and what is made of them.
 class Capture {
  public:
-    Capture(Session& session, Device& device, const CaptureRequest& request, SampleOutput* output,
+    Capture(CaptureSource& source, const CaptureRequest& request, SampleOutput* output, Recorder* recorder,
             CaptureListener& listener)
-        : mcSession(session),
-          mcDevice(device),
+        : mcSource(source),
           mcRequest(request),
           mpOutput(output),
+          mpRecorder(recorder),
           mcListener(listener),
           mcStream(request.centreHz, request.bandwidthHz, request.referenceDbm) {
-        configure();
+        // Writing to a slow disk may halt for a while: room for it, at most 134 MB.
+        setParameters(mcStream.handle(), "{\"bufferFrames\":256" + mcSource.streamParameters() + "}");
     }
 
     CaptureResult run() {
-        mcStream.attach(mcSession, mcDevice);
+        mcSource.attach(mcStream);
         const auto attached = Clock::now();
         mcNextProgress = attached;
         for (bool bGoOn = true; bGoOn;) {
@@ -50,29 +49,20 @@ class Capture {
                 mcResult.ending = Ending::interrupted;
                 break;
             }
-            bGoOn = step(attached);
-            reportProgress(false);
+            bGoOn = step(attached) && reportProgress(false);
         }
         finish();
         return mcResult;
     }
 
  private:
-    void configure() {
-        // Writing to a slow disk may halt for a while: room for it, at most 134 MB.
-        std::string record = "{\"bufferFrames\":256,\"UserCaldB\":" + formatFixed(mcRequest.calibrationDb, 6);
-        if (mcRequest.finite)
-            record += ",\"captureSec\":" + formatFixed(mcRequest.seconds, 6);
-        setParameters(mcStream.handle(), record + "}");
-    }
-
     bool step(Clock::time_point attached) {
         IqRecord record;
         const int32_t iStatus = mcStream.next(record, kPollMs);
         if (iStatus == kStatusFrame)
             return take(*record);
         if (iStatus == kStatusEnded) {
-            mcResult.ending = mcRequest.finite ? Ending::complete : Ending::ended;
+            mcResult.ending = mcSource.endOfStream();
             return false;
         }
         if (iStatus == kStatusNotResponding) {
@@ -81,25 +71,25 @@ class Capture {
         }
         if (iStatus < 0)
             throw Failure(Exit::failure, explain(iStatus));
-        const auto last = mcResult.frames > 0 ? mcLastFrame : attached;
+        const auto last = mbBegun ? mcLastFrame : attached;
         if (Clock::now() - last < kFirstSampleLimit)
             return true;
-        mcResult.ending = mcDevice.answers() ? Ending::noData : Ending::linkLost;
-        return false;
+        const std::optional<Ending> ending = mcSource.silence();
+        if (ending)
+            mcResult.ending = *ending;
+        return !ending;
     }
 
     /// Takes a frame in; false when it was the last one wanted.
     bool take(const vnkIQRecord& record) {
-        if (mcResult.frames == 0)
+        if (!mbBegun) {
             begin(record);
+            if (mpRecorder)
+                return true;
+        }
         mcLastFrame = Clock::now();
         ++mcResult.frames;
-        if (record.sequenceGap && mcResult.frames > 1) {
-            ++mcResult.gaps;
-            mpAverage->gap();
-            if (mpModeS)
-                mpModeS->gap();
-        }
+        noteGap(record);
         if (record.extras) {
             mcResult.overflows += std::strstr(record.extras, "overflow") != nullptr;
             mcResult.invalids += std::strstr(record.extras, "invalid") != nullptr;
@@ -108,6 +98,17 @@ class Capture {
         if (muWanted > 0 && !mcRequest.finite)
             uCount = std::min(uCount, muWanted - mcResult.samples);
         return keep(record.samples, static_cast<size_t>(uCount));
+    }
+
+    void noteGap(const vnkIQRecord& record) {
+        const bool bStartsOver = mcRequest.loop && record.timestamp <= muLastTimestamp;
+        muLastTimestamp = record.timestamp;
+        if (mcResult.frames == 1 || !(record.sequenceGap || bStartsOver))
+            return;
+        ++(bStartsOver ? mcResult.passes : mcResult.gaps);
+        mpAverage->gap();
+        if (mpModeS)
+            mpModeS->gap();
     }
 
     bool keep(const float* samples, size_t count) {
@@ -130,6 +131,7 @@ class Capture {
 
     /// The first frame tells what the unit made of the request.
     void begin(const vnkIQRecord& record) {
+        mbBegun = true;
         mcResult.centreHz = record.centreHz;
         mcResult.bandwidthHz = static_cast<double>(record.bandwidthHz);
         mcResult.sampleRateHz = static_cast<double>(record.sampleRateHz);
@@ -143,7 +145,12 @@ class Capture {
             throw Failure(Exit::usage, "Mode S needs 2 MS/s: ask for an --ifbw of 1.7 MHz or more");
         if (mcRequest.detect == Detect::modes)
             mpModeS = std::make_unique<ModeSDetector>(mcResult.sampleRateHz);
-        mcStarted = Clock::now();
+        if (mpRecorder) {
+            // It records from the next frame on.
+            mpRecorder->start(mcStream, mcResult.sampleRateHz, mcRequest.seconds);
+            mcResult.firstSamples = 0;
+        }
+        mcStarted = mcLastFrame = Clock::now();
         readStream();
         mcListener.started(mcResult);
     }
@@ -157,19 +164,26 @@ class Capture {
             mcResult.peakDbfs = static_cast<double>(fValue);
     }
 
-    void reportProgress(bool last) {
+    /// False when the recorder cannot go on.
+    bool reportProgress(bool last) {
         if (mcResult.frames == 0 || (!last && Clock::now() < mcNextProgress))
-            return;
+            return true;
         mcNextProgress = Clock::now() + kProgressEvery;
         mcResult.elapsedSeconds = secondsSince(mcStarted);
+        mcResult.peakDbm = mcLevels.peakDbm();
+        mcResult.meanDbm = mcLevels.meanDbm();
         readStream();
         mcListener.progress(mcResult);
+        const auto trouble = mpRecorder && !last ? mpRecorder->watch() : std::nullopt;
+        if (trouble)
+            mcResult.ending = *trouble;
+        return !trouble;
     }
 
     void finish() {
         reportProgress(true);
-        mcResult.peakDbm = mcLevels.peakDbm();
-        mcResult.meanDbm = mcLevels.meanDbm();
+        if (mpRecorder)
+            mpRecorder->end(mcStream);
         if (mpAverage)
             mcResult.spectrum = mpAverage->result(mcResult.centreHz);
         if (mpAm)
@@ -184,26 +198,34 @@ class Capture {
         }
     }
 
-    Session& mcSession;
-    Device& mcDevice;
+    CaptureSource& mcSource;
     const CaptureRequest& mcRequest;
     SampleOutput* mpOutput;
+    Recorder* mpRecorder;
     CaptureListener& mcListener;
     IqStream mcStream;
     LevelStatistics mcLevels;
     std::unique_ptr<SpectrumAverage> mpAverage;
     std::unique_ptr<AmDetector> mpAm;
     std::unique_ptr<ModeSDetector> mpModeS;
-    uint64_t muWanted = 0;
+    bool mbBegun = false;
+    uint64_t muWanted = 0, muLastTimestamp = 0;
     Clock::time_point mcStarted, mcLastFrame, mcNextProgress;
     CaptureResult mcResult;
 };
 
 }  // namespace
 
-CaptureResult capture(Session& session, Device& device, const CaptureRequest& request, SampleOutput* output,
-                      CaptureListener& listener) {
-    return Capture(session, device, request, output, listener).run();
+std::string UnitSource::streamParameters() const {
+    std::string parameters = ",\"UserCaldB\":" + formatFixed(mcRequest.calibrationDb, 6);
+    if (mcRequest.finite)
+        parameters += ",\"captureSec\":" + formatFixed(mcRequest.seconds, 6);
+    return parameters;
+}
+
+CaptureResult capture(CaptureSource& source, const CaptureRequest& request, SampleOutput* output,
+                      Recorder* recorder, CaptureListener& listener) {
+    return Capture(source, request, output, recorder, listener).run();
 }
 
 }  // namespace cli

@@ -13,7 +13,7 @@ enum class Exit : int {
     noUnit = 3,      ///< the search found none
     cannotOpen = 4,  ///< nothing answers at the address, or it cannot be opened
     linkLost = 5,    ///< the unit fell silent
-    file = 7         ///< an output file cannot be made or written
+    file = 7         ///< a file cannot be made, read or written, or is not what it should be
 };
 
 /// Ends a verb: main prints the text and leaves with the code.

@@ -21,6 +21,11 @@ void catchInterrupts() {
     action.sa_flags = static_cast<int>(SA_RESETHAND);
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGTERM, &action, nullptr);
+    // A terminal that closes must not cost a recording its description; who started this to outlive it has
+    // said so.
+    struct sigaction present {};
+    if (::sigaction(SIGHUP, nullptr, &present) == 0 && present.sa_handler != SIG_IGN)
+        ::sigaction(SIGHUP, &action, nullptr);
 }
 
 bool interrupted() {

@@ -17,10 +17,15 @@ constexpr const char* kFooter = R"(Frequencies take units (98.1M, 2.4GHz, 200k),
 Data goes to standard output or files, everything else to standard error.
 
 Exit codes: 0 done, 1 failure, 2 usage, 3 no unit found, 4 unit cannot be opened,
-            5 link lost, 7 output file
+            5 link lost, 7 trouble with a file
 
 Try it:  vnk info 192.168.1.20
-         vnk iq 192.168.1.20 --fcentre 98.1M --ifbw 200k --ref -30 --seconds 5 -o radio.cf32)";
+         vnk iq 192.168.1.20 --fcentre 98.1M --ifbw 200k --ref -30 --seconds 5 -o radio.cf32
+         vnk sweep 192.168.1.20 -f 88M:108M:10k --png fm.png
+         vnk record 192.168.1.20 iq --fcentre 98.1M --ifbw 200k --seconds 5 -o radio
+         vnk play radio
+         vnk spectrum radio --rbw 500 --png radio.png
+         vnk demod fm radio -o radio.wav)";
 
 int run(int argc, char** argv) {
     CLI::App app{"vnk: drives networked RF receivers through libvnk", "vnk"};
@@ -33,6 +38,14 @@ int run(int argc, char** argv) {
     addScpi(app, chosen);
     addParams(app, chosen);
     addIq(app, chosen);
+    addSweep(app, chosen);
+    addSpectrum(app, chosen);
+    addDemod(app, chosen);
+    addRecord(app, chosen);
+    addPlay(app, chosen);
+    addWav(app, chosen);
+    addFile(app, chosen);
+    addRecover(app, chosen);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& wish) {

@@ -10,9 +10,6 @@
 
 namespace cli {
 
-namespace {
-
-/// All of the bytes, or the error number.
 int writeAll(int descriptor, const void* data, size_t bytes) {
     const char* pAt = static_cast<const char*>(data);
     while (bytes > 0) {
@@ -27,8 +24,6 @@ int writeAll(int descriptor, const void* data, size_t bytes) {
     }
     return 0;
 }
-
-}  // namespace
 
 SampleOutput::SampleOutput(const std::string& path) : mcPath(path) {
     if (path == "-") {

@@ -29,6 +29,8 @@ class SampleOutput {
     uint64_t muBytes = 0;
 };
 
+/// Writes all of the bytes; the result is 0 or the error number.
+int writeAll(int descriptor, const void* data, size_t bytes);
 /// Prints a text on standard output; a reader that has gone is no failure.
 void printOut(const std::string& text);
 /// Prints a line on standard error.

@@ -34,12 +34,12 @@ std::vector<double> columnPeaks(const Spectrum& spectrum, double lowHz, double h
     return peaks;
 }
 
-/// From just below the floor to just above the highest peak, on tens, at least 40 dB high.
-Range levelRange(const std::vector<double>& peaks) {
+/// From just below the floor to just above the highest peak, on tens, at least 40 dB high. Marks need a line of room.
+Range levelRange(const std::vector<double>& peaks, bool marked) {
     std::vector<double> sorted(peaks);
     std::sort(sorted.begin(), sorted.end());
     Range range;
-    range.high = std::ceil((sorted.back() + 1) / 10) * 10;
+    range.high = std::ceil((sorted.back() + (marked ? 8 : 1)) / 10) * 10;
     range.low = std::floor((sorted[sorted.size() / 10] - 3) / 10) * 10;
     range.low = std::clamp(range.low, range.high - 120, range.high - 40);
     return range;
@@ -51,6 +51,43 @@ std::string_view cell(int eighths, bool unicode) {
     static constexpr std::string_view kAscii[] = {" ", ".", ".", ".", ":", ":", ":", "|", "|"};
     eighths = std::clamp(eighths, 0, 8);
     return unicode ? kBlocks[eighths] : kAscii[eighths];
+}
+
+/// The lines of a field, and what stands in each of its columns.
+using Field = std::vector<std::vector<std::string>>;
+
+Field fill(const std::vector<double>& peaks, const Range& range, const PlotOptions& options) {
+    const double dLineDb = (range.high - range.low) / static_cast<double>(options.height);
+    Field field(options.height);
+    for (size_t r = 0; r < options.height; ++r) {
+        const double dBottom = range.high - dLineDb * static_cast<double>(r + 1);
+        for (const double dPeak : peaks)
+            field[r].emplace_back(cell(static_cast<int>(std::lround(8 * (dPeak - dBottom) / dLineDb)), options.unicode));
+    }
+    return field;
+}
+
+/// Each number goes into the lowest free place over its column. Numbers that would touch another one are left out.
+void mark(Field& field, double lowHz, double highHz, const std::vector<double>& marksHz) {
+    const size_t uColumns = field[0].size();
+    std::vector<bool> taken(uColumns, false);
+    for (size_t i = 0; i < marksHz.size(); ++i) {
+        const double dColumn = (marksHz[i] - lowHz) / (highHz - lowHz) * static_cast<double>(uColumns);
+        const std::string number = std::to_string(i + 1);
+        if (dColumn < 1 || dColumn + static_cast<double>(number.size()) > static_cast<double>(uColumns))
+            continue;
+        const auto uAt = static_cast<size_t>(dColumn);
+        const auto itTaken = taken.begin() + static_cast<std::ptrdiff_t>(uAt);
+        if (std::any_of(itTaken - 1, itTaken + static_cast<std::ptrdiff_t>(number.size()), [](bool is) { return is; }))
+            continue;
+        size_t uLine = 0;
+        while (uLine + 1 < field.size() && field[uLine + 1][uAt] == " ")
+            ++uLine;
+        for (size_t c = 0; c < number.size(); ++c) {
+            field[uLine][uAt + c] = number[c];
+            taken[uAt + c] = true;
+        }
+    }
 }
 
 std::string padLeft(std::string text, size_t width) {
@@ -84,12 +121,14 @@ std::string ruler(size_t columns, bool unicode) {
 }  // namespace
 
 std::vector<std::string> drawSpectrum(const Spectrum& spectrum, double lowHz, double highHz,
-                                      PlotOptions options) {
+                                      const PlotOptions& options) {
     if (spectrum.dbm.empty() || spectrum.averages == 0 || !(highHz > lowHz) || options.height == 0)
         return {};
     const size_t uColumns = std::max<size_t>(options.width, kMargin + 20) - kMargin;
     const std::vector<double> peaks = columnPeaks(spectrum, lowHz, highHz, uColumns);
-    const Range range = levelRange(peaks);
+    const Range range = levelRange(peaks, !options.marksHz.empty());
+    Field field = fill(peaks, range, options);
+    mark(field, lowHz, highHz, options.marksHz);
     const double dLineDb = (range.high - range.low) / static_cast<double>(options.height);
 
     std::vector<std::string> lines;
@@ -104,8 +143,7 @@ std::vector<std::string> drawSpectrum(const Spectrum& spectrum, double lowHz, do
         }
         line += options.unicode ? "│" : "|";
         for (size_t c = 1; c < uColumns; ++c)
-            line += cell(static_cast<int>(std::lround(8 * (peaks[c] - (dTop - dLineDb)) / dLineDb)),
-                         options.unicode);
+            line += field[r][c];
         line.erase(line.find_last_not_of(' ') + 1);
         lines.push_back(std::move(line));
     }

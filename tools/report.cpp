@@ -26,14 +26,12 @@ std::string windowText(double sampleRateHz) {
 }
 
 std::string peakText(const CaptureResult& result) {
+    // Only a unit tells how far its converter is used.
     if (result.judgement() == LevelJudgement::unknown)
-        return "peak not yet known";
+        return result.peakDbm > -999 ? "peak " + formatFixed(result.peakDbm, 1) + " dBm"
+                                     : "peak not yet known";
     return "peak " + formatFixed(result.peakDbfs, 1) + " dBFS, " + toText(result.judgement()) + " (" +
            windowText(result.sampleRateHz) + ")";
-}
-
-std::string count(uint64_t number, const std::string& thing) {
-    return std::to_string(number) + " " + thing + (number == 1 ? "" : "s");
 }
 
 nlohmann::ordered_json decibels(double value) {
@@ -79,11 +77,11 @@ std::vector<std::string> toneLines(const std::vector<DetectedTone>& tones) {
 std::vector<std::string> modeSLines(const std::vector<ModeSFrame>& frames) {
     if (frames.empty())
         return {"Mode S: no frame with right parity"};
-    std::vector<std::string> lines{"Mode S: " + count(frames.size(), "frame") + " with right parity, " +
+    std::vector<std::string> lines{"Mode S: " + formatCount(frames.size(), "frame") + " with right parity, " +
                                    std::to_string(countFormat(frames, 17)) + " of format 17, " +
                                    std::to_string(countFormat(frames, 11)) + " of format 11"};
     for (const auto& [uAircraft, uCount] : framesByAircraft(frames)) {
-        lines.push_back("  aircraft " + aircraftText(uAircraft) + ": " + count(uCount, "frame"));
+        lines.push_back("  aircraft " + aircraftText(uAircraft) + ": " + formatCount(uCount, "frame"));
         if (lines.size() > 8)
             break;
     }
@@ -124,10 +122,32 @@ std::string toText(Ending ending) {
             return "ended by the unit";
         case Ending::linkLost:
             return "link lost";
+        case Ending::diskFull:
+            return "too little room left on the disk";
+        case Ending::writeFailed:
+            return "writing failed";
         case Ending::noData:
             break;
     }
     return "no data";
+}
+
+Exit exitFor(Ending ending) {
+    switch (ending) {
+        case Ending::complete:
+        case Ending::interrupted:
+        case Ending::readerGone:
+            return Exit::done;
+        case Ending::linkLost:
+            return Exit::linkLost;
+        case Ending::diskFull:
+        case Ending::writeFailed:
+            return Exit::file;
+        case Ending::ended:
+        case Ending::noData:
+            break;
+    }
+    return Exit::failure;
 }
 
 std::string progressLine(const CaptureResult& soFar) {
@@ -135,8 +155,8 @@ std::string progressLine(const CaptureResult& soFar) {
     const double dRate = soFar.elapsedSeconds > 0 ? dTimed / soFar.elapsedSeconds / 1e6 : 0;
     const double dMegabytes = static_cast<double>(soFar.samples) * 8 / 1e6;
     return padLeft(formatFixed(soFar.elapsedSeconds, 1), 6) + " s  " + padLeft(formatFixed(dRate, 3), 7) +
-           " Msps  " + padLeft(formatFixed(dMegabytes, 1), 7) + " MB  " + count(soFar.gaps, "gap") + "  " +
-           peakText(soFar);
+           " Msps  " + padLeft(formatFixed(dMegabytes, 1), 7) + " MB  " + formatCount(soFar.gaps, "gap") +
+           "  " + peakText(soFar);
 }
 
 std::vector<std::string> settingsTable(const CaptureRequest& request, const CaptureResult& result) {
@@ -153,17 +173,21 @@ std::vector<std::string> settingsTable(const CaptureRequest& request, const Capt
     return lines;
 }
 
-std::vector<std::string> summaryLines(const CaptureRequest& request, const CaptureResult& result) {
+std::vector<std::string> summaryLines(const CaptureRequest& request, const CaptureResult& result,
+                                      const std::string& done) {
     std::vector<std::string> lines;
-    lines.push_back("Captured " + std::to_string(result.samples) + " samples, " +
+    lines.push_back(done + " " + std::to_string(result.samples) + " samples, " +
                     formatFixed(result.seconds(), 3) + " s (" + toText(result.ending) + "), " +
-                    count(result.gaps, "gap") +
-                    (result.overflows ? ", " + count(result.overflows, "overflow") : "") +
-                    (result.invalids ? ", " + count(result.invalids, "invalid frame") : ""));
+                    formatCount(result.gaps, "gap") +
+                    (result.passes > 1 ? ", " + std::to_string(result.passes) + " passes" : "") +
+                    (result.overflows ? ", " + formatCount(result.overflows, "overflow") : "") +
+                    (result.invalids ? ", " + formatCount(result.invalids, "invalid frame") : ""));
     if (result.samples == 0)
         return lines;
     lines.push_back("Level: strongest sample " + formatFixed(result.peakDbm, 1) + " dBm, mean power " +
-                    formatFixed(result.meanDbm, 1) + " dBm; " + peakText(result));
+                    formatFixed(result.meanDbm, 1) + " dBm");
+    if (result.judgement() != LevelJudgement::unknown)
+        lines.back() += "; " + peakText(result);
     if (const std::string hint = advice(result.judgement()); !hint.empty())
         lines.back() += ": " + hint;
     if (result.spectrum.averages > 0) {
@@ -204,6 +228,11 @@ nlohmann::ordered_json toJson(const CaptureRequest& request, const CaptureResult
                         {"seconds", result.seconds()}};
     json["realised"]["referencedBm"] =
         result.referenceDbm ? nlohmann::ordered_json(*result.referenceDbm) : nullptr;
+    addResult(json, request, result);
+    return json;
+}
+
+void addResult(nlohmann::ordered_json& json, const CaptureRequest& request, const CaptureResult& result) {
     json["ending"] = toText(result.ending);
     json["elapsedSeconds"] = result.elapsedSeconds;
     json["samples"] = result.samples;
@@ -232,7 +261,6 @@ nlohmann::ordered_json toJson(const CaptureRequest& request, const CaptureResult
         json["file"] = request.path;
         json["bytes"] = result.bytesWritten;
     }
-    return json;
 }
 
 }  // namespace cli

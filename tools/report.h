@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/exitcodes.h"
 #include "tools/levels.h"
 #include "tools/modes.h"
 #include "tools/spectrum.h"
@@ -23,12 +24,14 @@ struct CaptureRequest {
     double calibrationDb = 0;
     double seconds = 5;   ///< 0: until interrupted
     bool finite = false;  ///< the unit ends it by itself
+    bool loop = false;    ///< a recording starts over at its end
     std::string path;     ///< empty: samples are not kept; "-": standard output
     Detect detect = Detect::none;
 };
 
-enum class Ending { complete, interrupted, readerGone, ended, linkLost, noData };
+enum class Ending { complete, interrupted, readerGone, ended, linkLost, noData, diskFull, writeFailed };
 std::string toText(Ending ending);
+Exit exitFor(Ending ending);
 
 /// What a capture came to.
 struct CaptureResult {
@@ -39,6 +42,7 @@ struct CaptureResult {
     uint64_t samples = 0, bytesWritten = 0;
     uint64_t firstSamples = 0;  ///< of the first frame: they were taken before the clock started
     uint64_t frames = 0, gaps = 0, overflows = 0, invalids = 0;
+    uint64_t passes = 1;  ///< of a recording that is looped
     double peakDbm = -1000, meanDbm = -1000;
     double peakDbfs = -1000;
     Spectrum spectrum;
@@ -52,13 +56,18 @@ struct CaptureResult {
     }
 };
 
-/// "  3.2 s  0.122 MS/s  3.1 MB  0 gaps  peak -14.2 dBFS, good (-20 to -10)"
+/// "  3.2 s  0.122 Msps  3.1 MB  0 gaps  peak -14.2 dBFS, good (-20 to -10)"
 std::string progressLine(const CaptureResult& soFar);
 /// Asked beside realised.
 std::vector<std::string> settingsTable(const CaptureRequest& request, const CaptureResult& result);
-std::vector<std::string> summaryLines(const CaptureRequest& request, const CaptureResult& result);
+/// "Captured 366211 samples, 3.000 s (complete), 0 gaps", their levels, and where they are. What was done
+/// with the samples begins the first line.
+std::vector<std::string> summaryLines(const CaptureRequest& request, const CaptureResult& result,
+                                      const std::string& done = "Captured");
 /// What was detected, in words; empty when nothing was wanted.
 std::vector<std::string> detectionLines(const CaptureRequest& request, const CaptureResult& result);
 nlohmann::ordered_json toJson(const CaptureRequest& request, const CaptureResult& result);
+/// What a capture came to, without what was asked.
+void addResult(nlohmann::ordered_json& json, const CaptureRequest& request, const CaptureResult& result);
 
 }  // namespace cli

@@ -1,11 +1,16 @@
 #include "tools/session.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 namespace cli {
 
 namespace {
+
+constexpr int kAnswerTries = 4;
+constexpr auto kBetweenTries = std::chrono::milliseconds(500);
 
 /// The library's detail comes as "T-0.0123sec: text"; "no information" when there is none.
 std::string takeDetail() {
@@ -71,26 +76,32 @@ std::string Session::describe(uint32_t index) {
     return vnkExamineDevice(index, text.out()) == 0 ? text.str() : std::string();
 }
 
-std::string Session::log() {
-    char* pText = vnkGetVerboseInternalErrorState(1000);
-    std::string log = pText ? pText : "";
+void Session::takeNotes() {
+    constexpr size_t kMostNotes = 1000;
+    char* pText = vnkGetVerboseInternalErrorState(kMostNotes);
+    const std::string text = pText ? pText : "";
     vnkDisposeString(&pText);
-    return log;
+    const size_t uBefore = mlNotes.size();
+    size_t uFrom = 0;
+    while (uFrom < text.size()) {
+        const auto uEnd = text.find("\r\n", uFrom);
+        Note note;
+        // The newest come first.
+        if (splitNote(text.substr(uFrom, uEnd - uFrom), note.message, note.code))
+            mlNotes.insert(mlNotes.begin() + static_cast<std::ptrdiff_t>(uBefore), note);
+        uFrom = uEnd == std::string::npos ? text.size() : uEnd + 2;
+    }
+    while (mlNotes.size() > kMostNotes)
+        mlNotes.pop_front();
 }
 
 std::vector<std::string> Session::notes(const std::function<bool(const std::string&, int)>& wanted,
                                         size_t limit) {
-    const std::string text = log();
+    takeNotes();
     std::vector<std::string> notes;
-    size_t uFrom = 0;
-    while (uFrom < text.size() && notes.size() < limit) {
-        const auto uEnd = text.find("\r\n", uFrom);
-        std::string message;
-        int iCode = 0;
-        if (splitNote(text.substr(uFrom, uEnd - uFrom), message, iCode) && wanted(message, iCode))
-            notes.insert(notes.begin(), message);
-        uFrom = uEnd == std::string::npos ? text.size() : uEnd + 2;
-    }
+    for (auto it = mlNotes.rbegin(); it != mlNotes.rend() && notes.size() < limit; ++it)
+        if (wanted(it->message, it->code))
+            notes.insert(notes.begin(), it->message);
     return notes;
 }
 
@@ -128,9 +139,16 @@ std::string Device::query(const std::string& query) {
     return reply.str();
 }
 
+// A question may fall into a reset of the connection, with which the library tries to get data flowing again.
 bool Device::answers() {
-    Text reply;
-    return vnkQuerySCPI(muHandle, "*IDN?", reply.out()) == 0;
+    for (int i = 0; i < kAnswerTries; ++i) {
+        if (i > 0)
+            std::this_thread::sleep_for(kBetweenTries);
+        Text reply;
+        if (vnkQuerySCPI(muHandle, "*IDN?", reply.out()) == 0)
+            return true;
+    }
+    return false;
 }
 
 std::string getParameters(uint32_t handle) {
@@ -171,7 +189,56 @@ IqStream::IqStream(double centreHz, double bandwidthHz, double referenceDbm) {
         throw Failure(Exit::failure, explain(iStatus));
 }
 
-void IqStream::attach(Session& session, const Device& device) {
+SpectrumStream::SpectrumStream(double minimumHz, double maximumHz, double rbwHz, const char* window,
+                               double referenceDbm) {
+    const int32_t iStatus =
+        vnkCreateSpectrumStream(&muHandle, static_cast<float>(minimumHz), static_cast<float>(maximumHz),
+                                static_cast<float>(rbwHz), window, static_cast<float>(referenceDbm));
+    if (iStatus != 0)
+        throw Failure(Exit::failure, explain(iStatus));
+}
+
+SpectrumStream::SpectrumStream(Processor& processor, uint32_t bufferFrames) {
+    muHandle = processor.makeOutput();
+    // The processor implements no change of its stream's parameters, and the library says so, but the queue
+    // is the stream's own: it takes the number all the same.
+    char* pText = ::strdup(("{\"bufferFrames\":" + std::to_string(bufferFrames) + "}").c_str());
+    const int32_t iStatus = vnkSetParameters(muHandle, &pText);
+    float fFrames = 0;
+    if (!readNumber(getParameters(muHandle), "bufferFrames", fFrames) ||
+        fFrames != static_cast<float>(bufferFrames))
+        throw Failure(Exit::failure, explain(iStatus));
+    // Else the details would stand behind the next failure, which they do not explain.
+    explain(iStatus);
+}
+
+Processor::Processor(const char* typeName) {
+    const int32_t iStatus = vnkCreateProcessor(&muHandle, typeName);
+    if (iStatus != 0)
+        throw Failure(Exit::failure, std::string(typeName) + ": " + explain(iStatus));
+}
+
+void Processor::attach(const Stream& stream) {
+    const int32_t iStatus = vnkAttachProcessorToStream(muHandle, stream.handle());
+    if (iStatus != 0)
+        throw Failure(Exit::failure, explain(iStatus));
+}
+
+uint32_t Processor::makeOutput() {
+    uint32_t uStream = VNK_INVALID_HANDLE;
+    const int32_t iStatus = vnkGetProcessorOutputStream(muHandle, &uStream);
+    if (iStatus != 0)
+        throw Failure(Exit::failure, explain(iStatus));
+    return uStream;
+}
+
+void Stream::attach(const RecordingName& recording) {
+    const int32_t iStatus = vnkAttachStreamToFile(muHandle, recording.libraryPath().c_str());
+    if (iStatus != 0)
+        throw Failure(Exit::file, recording.stem() + ": " + explain(iStatus));
+}
+
+void Stream::attach(Session& session, const Device& device) {
     const int32_t iStatus = vnkAttachStreamToDevice(muHandle, device.handle());
     if (iStatus == 0)
         return;

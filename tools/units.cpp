@@ -3,6 +3,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <ctime>
 
 namespace cli {
 
@@ -83,10 +84,38 @@ std::string formatFixed(double value, int decimals) {
     return std::string(buffer.data(), result.ptr);
 }
 
+std::string formatTime(uint64_t nanoseconds) {
+    const auto seconds = static_cast<std::time_t>(nanoseconds / 1000000000);
+    std::tm parts{};
+    if (::gmtime_r(&seconds, &parts) == nullptr)
+        return "-";
+    std::array<char, 64> buffer{};
+    const size_t uLength = std::strftime(buffer.data(), buffer.size(), "%Y-%m-%d %H:%M:%S", &parts);
+    const std::string fraction = std::to_string(1000000000 + nanoseconds % 1000000000).substr(1);
+    return std::string(buffer.data(), uLength) + "." + fraction + " UTC";
+}
+
+std::string formatDuration(double seconds) {
+    if (seconds < 120)
+        return formatFixed(seconds, 3) + " s";
+    if (seconds < 2 * 3600)
+        return formatFixed(seconds / 60, 1) + " min";
+    return seconds < 48 * 3600 ? formatFixed(seconds / 3600, 1) + " h"
+                               : formatFixed(seconds / 86400, 0) + " days";
+}
+
+std::string formatBytes(uint64_t bytes) {
+    return bytes < 1000 ? formatCount(bytes, "byte") : formatSI(static_cast<double>(bytes), "B", 3);
+}
+
+std::string formatCount(uint64_t number, const std::string& thing) {
+    return std::to_string(number) + " " + thing + (number == 1 ? "" : "s");
+}
+
 std::string formatSI(double value, std::string_view unit, int digits) {
-    static constexpr std::array<Scale, 6> kPrefixes{
-        {{"G", 1e9}, {"M", 1e6}, {"k", 1e3}, {"", 1}, {"m", 1e-3}, {"u", 1e-6}}};
-    const Scale* pScale = &kPrefixes[3];
+    static constexpr std::array<Scale, 7> kPrefixes{
+        {{"T", 1e12}, {"G", 1e9}, {"M", 1e6}, {"k", 1e3}, {"", 1}, {"m", 1e-3}, {"u", 1e-6}}};
+    const Scale* pScale = &kPrefixes[4];
     for (const Scale& scale : kPrefixes)
         if (std::abs(value) >= scale.factor * (1 - 1e-12)) {
             pScale = &scale;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,5 +25,13 @@ inline std::string formatFrequency(double hertz) {
 }
 /// A number with so many decimals, whatever the locale; "-" when it is not finite.
 std::string formatFixed(double value, int decimals);
+/// "2025-03-09 14:05:06.007000000 UTC" for nanoseconds since 1970.
+std::string formatTime(uint64_t nanoseconds);
+/// "3.000 s", "4.2 min", "3.5 h", "12 days".
+std::string formatDuration(double seconds);
+/// "431 bytes", "2.9 MB".
+std::string formatBytes(uint64_t bytes);
+/// "1 gap", "2 gaps".
+std::string formatCount(uint64_t number, const std::string& thing);
 
 }  // namespace cli

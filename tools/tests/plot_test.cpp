@@ -57,6 +57,36 @@ TEST(Plot, APeakStandsInItsColumn) {
     EXPECT_EQ(lines[1].find_first_of("|:.", uColumn + 1), std::string::npos) << "one column only";
 }
 
+TEST(Plot, MarksStandNumberedOverTheirColumns) {
+    for (const bool bUnicode : {true, false}) {
+        Spectrum spectrum = flat(1024, -120);
+        spectrum.dbm[512 - 200] = -60;
+        spectrum.dbm[512 + 200] = -40;
+        const auto lines = drawSpectrum(spectrum, 99.6e6, 100.4e6, {87, 12, bUnicode, {100.2e6, 99.8e6}});
+        ASSERT_EQ(lines.size(), 14u);
+        for (const auto& [cMark, uColumn] : {std::pair{'1', 60u}, std::pair{'2', 20u}}) {
+            size_t uLine = 0;
+            while (uLine < 12 && lines[uLine].find(cMark, 7) == std::string::npos)
+                ++uLine;
+            ASSERT_LT(uLine, 12u) << cMark;
+            EXPECT_NEAR(static_cast<double>(characters(lines[uLine].substr(0, lines[uLine].find(cMark, 7))) - 7), uColumn, 1);
+            // Right above the column, and nothing higher in it.
+            EXPECT_GT(lines[uLine + 1].size(), lines[uLine].find(cMark, 7)) << lines[uLine + 1];
+        }
+    }
+}
+
+TEST(Plot, MarksThatTouchOrStandOutsideAreLeftOut) {
+    const Spectrum spectrum = flat(1024, -100);
+    const auto lines = drawSpectrum(spectrum, 99.6e6, 100.4e6, {87, 12, false, {100e6, 100.001e6, 99e6, 101e6, 100.4e6}});
+    std::string text;
+    for (size_t i = 0; i < 12; ++i)
+        text += lines[i].substr(7);
+    EXPECT_NE(text.find('1'), std::string::npos);
+    for (const char cMark : {'2', '3', '4', '5'})
+        EXPECT_EQ(text.find(cMark), std::string::npos) << cMark;
+}
+
 TEST(Plot, AxisNamesEdgesAndCentre) {
     const auto lines = drawSpectrum(flat(1024, -100), 99.6e6, 100.4e6, {80, 14, true});
     for (const char* label : {"99.6 MHz", "100 MHz", "100.4 MHz"})

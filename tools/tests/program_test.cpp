@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "recordings.h"
 #include "simulator/unit.h"
 #include "support/loopback.h"
 
@@ -37,7 +38,8 @@ bool holds(const std::string& text, const std::string& part) {
 TEST(VnkUsage, HelpAndVersionGoToStandardOutput) {
     const Ran help = runVnk({"--help"});
     EXPECT_EQ(help.code, 0);
-    for (const char* pVerb : {"find", "info", "scpi", "params", "iq", "Exit codes"})
+    for (const char* pVerb :
+         {"find", "info", "scpi", "params", "iq", "record", "play", "file", "recover", "Exit codes"})
         EXPECT_TRUE(holds(help.out, pVerb)) << pVerb;
     EXPECT_EQ(help.err, "");
     EXPECT_EQ(runVnk({"iq", "--help"}).code, 0);
@@ -60,7 +62,26 @@ TEST(VnkUsage, WhatIsNotUnderstoodIsExitCode2) {
         {"iq", "127.0.0.1", "--fcentre", "98.1M", "--ifbw", "200k", "--detect", "fm"},
         {"iq", "127.0.0.1", "--fcentre", "1M", "--ifbw", "4M"},
         {"iq", "127.0.0.1", "--fcentre", "98.1M", "--ifbw", "200k", "--finite", "--seconds", "0"},
-        {"iq", "127.0.0.1", "--fcentre", "98.1M", "--ifbw", "200k", "--json", "-o", "-"}};
+        {"iq", "127.0.0.1", "--fcentre", "98.1M", "--ifbw", "200k", "--json", "-o", "-"},
+        {"record"},
+        {"record", "127.0.0.1"},
+        {"record", "127.0.0.1", "iq", "--fcentre", "98.1M", "--ifbw", "200k"},
+        {"record", "127.0.0.1", "iq", "--fcentre", "98.1M", "-o", "x"},
+        {"record", "127.0.0.1", "spectrum", "--fcentre", "98.1M", "--ifbw", "200k", "-o", "x"},
+        {"record", "127.0.0.1", "iq", "--fcentre", "1M", "--ifbw", "4M", "-o", "x"},
+        {"record", "127.0.0.1", "iq", "--fcentre", "98.1M", "--ifbw", "200k", "-o", "a\\b"},
+        {"record", "127.0.0.1", "iq", "--fcentre", "98.1M", "--ifbw", "200k", "-o", "folder/"},
+        {"record", "127.0.0.1", "iq", "--fcentre", "98.1M", "--ifbw", "200k", "-o", "-"},
+        {"play"},
+        {"play", "x", "--json", "-o", "-"},
+        {"play", "x", "--detect", "fm"},
+        {"play", "a\\b"},
+        {"file"},
+        {"file", "x", "y"},
+        {"recover"},
+        {"recover", "x", "--rate", "fast"},
+        {"recover", "x", "--units", "a\"b"},
+        {"recover", "x", "--resolution", "m"}};
     for (const auto& arguments : wrong) {
         const Ran ran = runVnk(arguments);
         EXPECT_EQ(ran.code, 2) << ::testing::PrintToString(arguments) << ran.err;
@@ -70,17 +91,20 @@ TEST(VnkUsage, WhatIsNotUnderstoodIsExitCode2) {
 }
 
 TEST(VnkUsage, AnAddressWhereNothingAnswersIsExitCode4) {
+    const vnktest::ScratchFolder folder;
     const std::string address = vnktest::uniqueLoopback();
     const std::vector<std::vector<std::string>> verbs{
         {"info", address},
         {"scpi", address, "*IDN?"},
         {"params", address},
-        {"iq", address, "--fcentre", "98.1M", "--ifbw", "200k", "--seconds", "1"}};
+        {"iq", address, "--fcentre", "98.1M", "--ifbw", "200k", "--seconds", "1"},
+        {"record", address, "iq", "--fcentre", "98.1M", "--ifbw", "200k", "-o", folder / "x"}};
     for (const auto& arguments : verbs) {
         const Ran ran = runVnk(arguments);
         EXPECT_EQ(ran.code, 4) << ::testing::PrintToString(arguments);
         EXPECT_TRUE(holds(ran.err, "Cannot open SCPI connection to " + address)) << ran.err;
     }
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
 TEST(VnkUsage, FindWithoutAnyUnitIsExitCode3) {

@@ -151,3 +151,25 @@ TEST(Report, ModeSInWordsAndInJson) {
 TEST(Report, NothingIsDetectedUnasked) {
     EXPECT_TRUE(detectionLines(request(), result()).empty());
 }
+
+TEST(Report, OfARecordingTheFullScaleIsNotKnown) {
+    CaptureResult played = result();
+    played.peakDbfs = -1000;
+    played.passes = 3;
+    EXPECT_NE(progressLine(played).find("0 gaps  peak -45.2 dBm"), std::string::npos) << progressLine(played);
+    const std::string summary = joined(summaryLines(request(), played, "Played"));
+    EXPECT_EQ(summary.rfind("Played 488282 samples, 2.000 s (complete), 0 gaps, 3 passes\n", 0), 0u)
+        << summary;
+    EXPECT_NE(summary.find("mean power -50.5 dBm\n"), std::string::npos) << summary;
+}
+
+TEST(Report, EndingsAndTheirExitCodes) {
+    EXPECT_EQ(exitFor(Ending::complete), Exit::done);
+    EXPECT_EQ(exitFor(Ending::interrupted), Exit::done);
+    EXPECT_EQ(exitFor(Ending::readerGone), Exit::done);
+    EXPECT_EQ(exitFor(Ending::linkLost), Exit::linkLost);
+    EXPECT_EQ(exitFor(Ending::diskFull), Exit::file);
+    EXPECT_EQ(exitFor(Ending::writeFailed), Exit::file);
+    EXPECT_EQ(exitFor(Ending::ended), Exit::failure);
+    EXPECT_EQ(exitFor(Ending::noData), Exit::failure);
+}

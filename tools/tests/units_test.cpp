@@ -65,3 +65,17 @@ TEST(Units, ParseAndFormatAgree) {
     for (const double dValue : {9e3, 50e6, 98.1e6, 1.09e9, 26.5e9})
         EXPECT_DOUBLE_EQ(*parseFrequency(formatFrequency(dValue)), dValue);
 }
+
+TEST(Units, TimesBytesAndDurationsForPeople) {
+    EXPECT_EQ(formatTime(1700000000123456789), "2023-11-14 22:13:20.123456789 UTC");
+    EXPECT_EQ(formatTime(0), "1970-01-01 00:00:00.000000000 UTC");
+    EXPECT_EQ(formatTime(UINT64_MAX), "2554-07-21 23:34:33.709551615 UTC");
+    EXPECT_EQ(formatBytes(0), "0 bytes");
+    EXPECT_EQ(formatBytes(1), "1 byte");
+    EXPECT_EQ(formatBytes(2048676), "2.05 MB");
+    EXPECT_EQ(formatBytes(3500000000000), "3.5 TB");
+    EXPECT_EQ(formatDuration(1.5), "1.500 s");
+    EXPECT_EQ(formatDuration(300), "5.0 min");
+    EXPECT_EQ(formatDuration(86400), "24.0 h");
+    EXPECT_EQ(formatDuration(30 * 86400.0), "30 days");
+}

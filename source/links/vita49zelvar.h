@@ -1,11 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <memory>
-#include <optional>
-
-#include "foundations/alignedarray.h"
-#include "foundations/memoryblock.h"
+#include "links/vrtpacket.h"
 
 /// Packets of the first family's dialect of VITA-49. All read-only values taken from one private block.
 namespace VITA49Zelvar {
@@ -19,63 +14,12 @@ enum StreamID : uint32_t {
     kIFDataI24 = 0x90000006,
 };
 
-/// Trailer bits: an enable bit and, 12 below, its indicator.
-enum TrailerBit : uint32_t {
-    kValidDataEnable = 30,
-    kInversionEnable = 26,
-    kOverRangeEnable = 25,
-    kSampleLossEnable = 24,
-    kInversion = 14,
-    kOverRange = 13,
-    kSampleLoss = 12,
-};
+using namespace VRT;
 
-inline constexpr uint64_t kAbsent64 = ~uint64_t{0};
-inline constexpr uint32_t kAbsent32 = ~uint32_t{0};
-inline constexpr uint32_t kHeaderBytes = 20;
-
-class Packet : public utils::ReferenceCountedObject {
+class Packet : public PacketFields {
  public:
+    /// Complete means besides that the stream ID is one of this dialect.
     explicit Packet(ReferencePtr<utils::MemoryBlock> cBlock);
-
-    /// The block is as long as the header says, has room for header and trailer, and the stream ID is one of
-    /// this dialect.
-    bool isComplete() const { return mbComplete; }
-    /// Host order; empty without a trailer.
-    std::optional<uint32_t> trailer() const { return mcTrailer; }
-    /// Both bits are set in a trailer that is there.
-    bool trailerHas(uint32_t uEnableBit, uint32_t uIndicatorBit) const;
-    uint8_t packetType() const { return muPacketType; }
-    bool hasClassID() const { return mbClassID; }
-    bool hasTrailer() const { return mbTrailer; }
-    bool tsm() const { return mbTSM; }
-    uint8_t sequenceNumber() const { return muSequence; }
-    uint16_t sizeInWords() const { return muSizeWords; }
-    uint8_t tsi() const { return muTSI; }
-    uint8_t tsf() const { return muTSF; }
-    uint32_t streamID() const { return muStreamID; }
-    uint32_t integerSeconds() const { return muSeconds; }
-    uint64_t picoseconds() const { return muPicoseconds; }
-    /// Seconds x 1e9 + picoseconds / 1000.
-    uint64_t timestampNs() const { return uint64_t{muSeconds} * 1000000000u + muPicoseconds / 1000u; }
-
- protected:
-    ReferencePtr<utils::MemoryBlock> mcBlock;
-
- private:
-    bool mbComplete = false;
-    std::optional<uint32_t> mcTrailer;
-    uint8_t muPacketType = 0;
-    bool mbClassID = false;
-    bool mbTrailer = false;
-    bool mbTSM = false;
-    uint8_t muSequence = 0;
-    uint16_t muSizeWords = 0;
-    uint8_t muTSI = 0;
-    uint8_t muTSF = 0;
-    uint32_t muStreamID = kAbsent32;
-    uint32_t muSeconds = 0;
-    uint64_t muPicoseconds = 0;
 };
 
 class ReceiverContext : public Packet {
@@ -112,30 +56,15 @@ class DigitizerContext : public Packet {
     GNSSFix mcGNSS;
 };
 
-class ExtensionContext : public Packet {
+class ExtensionContext : public Packet, public CaptureFields {
  public:
     explicit ExtensionContext(ReferencePtr<utils::MemoryBlock> cBlock);
-    bool mbChange = false;
-    bool mbHasCaptureState = false;
-    bool mbCaptureState = false;
-    uint32_t muStreamIdentifier = kAbsent32;  // of a capture, not of a packet
-    uint32_t muSweepIdentifier = kAbsent32;
 };
 
-/// Base of the data packets: a sample count that never exceeds the bytes that are there (0 in an incomplete
-/// packet) and the peak of the last decoding.
-class IFData : public Packet {
- public:
-    uint32_t sampleCount() const { return muSampleCount; }
-    /// Largest absolute item; 0 before decoding.
-    uint32_t peak() const { return muPeak; }
-
+/// Base of the data packets; an incomplete one has no samples.
+class IFData : public Packet, public SampleFields {
  protected:
     IFData(ReferencePtr<utils::MemoryBlock> cBlock, uint32_t uSamplesPerWord);
-    /// The first item, with the read position put on it; the sample count says how much is there.
-    const uint8_t* payload();
-    uint32_t muSampleCount = 0;
-    uint32_t muPeak = 0;
 };
 
 class IFDataIQ14 : public IFData {

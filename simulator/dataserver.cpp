@@ -35,6 +35,7 @@ void DataServer::stop() {
         mcThread.join();
     }
     mlConnections.clear();
+    mlAdopted.clear();
     muOpen = 0;
     mcListener.reset();
 }
@@ -45,6 +46,23 @@ void DataServer::setDeath(std::optional<Death> death) {
         mcDeath = death;
     }
     mcWake.signal();
+}
+
+void DataServer::adopt(Descriptor socket) {
+    {
+        const std::scoped_lock lock(mcLock);
+        mlAdopted.push_back(std::move(socket));
+    }
+    mcWake.signal();
+}
+
+void DataServer::takeAdopted() {
+    const std::scoped_lock lock(mcLock);
+    for (Descriptor& socket : mlAdopted) {
+        mlConnections.emplace_back();
+        mlConnections.back().socket = std::move(socket);
+    }
+    mlAdopted.clear();
 }
 
 std::optional<Death> DataServer::death() const {
@@ -127,6 +145,7 @@ void DataServer::poll(const FaultSettings& faults) {
             mlConnections.back().socket = std::move(socket);
         }
     }
+    takeAdopted();
     muOpen = static_cast<unsigned>(mlConnections.size());
 }
 

@@ -24,6 +24,8 @@ class DataServer {
     void stop();
     void wake() const { mcWake.signal(); }
     unsigned connections() const { return muOpen.load(); }
+    /// A connection that was made elsewhere gets packets like one of this port. Safe from any thread.
+    void adopt(Descriptor socket);
     /// The unit has died in this way, or lives again.
     void setDeath(std::optional<Death> death);
 
@@ -38,6 +40,7 @@ class DataServer {
 
     void body();
     void poll(const FaultSettings& faults);
+    void takeAdopted();
     void keepPort(const FaultSettings& faults);
     void closeOnFault(const FaultSettings& faults);
     void pump(const FaultSettings& faults);
@@ -55,6 +58,7 @@ class DataServer {
     std::atomic<unsigned> muOpen{0};
     mutable std::mutex mcLock;
     std::optional<Death> mcDeath;
+    std::vector<Descriptor> mlAdopted;  ///< since the last pass
     std::thread mcThread;
 
     // Of the thread alone while it runs.

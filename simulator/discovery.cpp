@@ -50,7 +50,7 @@ void ScpiServer::answerDiscovery() {
             return;
         }
         const auto reply = discoveryReply(mcOptions, request, static_cast<size_t>(got));
-        if (!reply.empty() && !mcDeath && !mcFaults.snapshot().silent) {
+        if (!reply.empty() && !mcLife.death() && !mcFaults.snapshot().silent) {
             ::sendto(mcDiscovery.get(), reply.data(), reply.size(), MSG_NOSIGNAL,
                      reinterpret_cast<const sockaddr*>(&sender), length);
         }

@@ -30,6 +30,12 @@ const NamedMember kMembers[] = {
     {"CLOSESCPIONCE", &FaultSettings::closeScpiOnce},
     {"RESETSCPIONCE", &FaultSettings::resetScpiOnce},
     {"DIEAFTEREXCHANGES", &FaultSettings::dieAfterExchanges},
+    {"HISLIPNOTLISTENING", &FaultSettings::hislipNotListening},
+    {"VENDORNOTLISTENING", &FaultSettings::vendorNotListening},
+    {"CLOSEHISLIPONCE", &FaultSettings::closeHislipOnce},
+    {"RESETHISLIPONCE", &FaultSettings::resetHislipOnce},
+    {"HISLIPLOCKREFUSED", &FaultSettings::hislipLockRefused},
+    {"HISLIPLOCKREFUSEDONCE", &FaultSettings::hislipLockRefusedOnce},
     {"CLOSEDATAONCE", &FaultSettings::closeDataOnce},
     {"RESETDATAONCE", &FaultSettings::resetDataOnce},
     {"IDENTIFIERMISSING", &FaultSettings::identifierMissing},
@@ -140,6 +146,9 @@ bool assignNamed(FaultSettings& settings, const std::string& name, const std::st
     }
     if (name == "DEATH") {
         return assignDeath(settings, value);
+    }
+    if (name == "HISLIP") {
+        return assignHislipFault(settings.hislip, value);
     }
     for (const NamedMember& named : kMembers) {
         if (name == named.name) {

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "simulator/hislipfaults.h"
+
 namespace vnksim {
 
 /// What a unit does when it dies: its connections are closed or reset and it listens no more, or it goes
@@ -46,6 +48,15 @@ struct FaultSettings {
     bool resetScpiOnce = false;
     unsigned dieAfterExchanges = 0;  ///< counted from when it was set; 0: never
     Death death = Death::close;
+
+    // --- HiSLIP; of the above, what becomes of commands and replies holds there too
+    HislipFaults hislip{};              ///< by message
+    bool hislipNotListening = false;    ///< nobody on TCP 4880 ...
+    bool vendorNotListening = false;    ///< ... nor on TCP 4881
+    bool closeHislipOnce = false;       ///< the connections of all sessions; data connections stay
+    bool resetHislipOnce = false;
+    bool hislipLockRefused = false;
+    unsigned hislipLockRefusedOnce = 0;  ///< so many requests are refused
 
     // --- data
     bool closeDataOnce = false;
@@ -92,7 +103,8 @@ class Faults {
     void clear();
     /// "NAME", "NAME,VALUE" or "clear". Names are those of the fields of FaultSettings; a missing value
     /// switches on. For wrongReplies the value is COMMAND=REPLY, for errors COMMAND=NUMBER=TEXT, for
-    /// death close, reset or silent. Case does not count. False when it is not understood.
+    /// death close, reset or silent, for hislip MESSAGE,KEY=VALUE,... Case does not count. False when it is
+    /// not understood.
     bool apply(std::string_view text);
     /// Called after each change.
     void onChange(std::function<void()> sink);

@@ -4,10 +4,10 @@
 
 namespace vnksim {
 
-void Journal::add(unsigned connection, std::string line) {
+void Journal::add(unsigned connection, std::string line, std::string road) {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
     Entry entry{std::chrono::duration_cast<std::chrono::nanoseconds>(now).count(), connection,
-                std::move(line)};
+                std::move(line), std::move(road)};
     std::function<void(const Entry&)> sink;
     {
         const std::scoped_lock lock(mcLock);

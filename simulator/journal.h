@@ -18,9 +18,11 @@ class Journal {
         int64_t steadyNs = 0;     ///< steady clock at reception
         unsigned connection = 0;  ///< SCPI connections are numbered from 1 in order of acceptance
         std::string line;         ///< as received, without its line feed
+        /// "scpi", or "hislip": then `connection` is the number of the session.
+        std::string road = "scpi";
     };
 
-    void add(unsigned connection, std::string line);
+    void add(unsigned connection, std::string line, std::string road = "scpi");
     std::vector<Entry> snapshot() const;
     /// The lines from position `from` on.
     std::vector<std::string> lines(size_t from = 0) const;

@@ -62,8 +62,10 @@ void serve(vnksim::Unit& unit, const vnksim::Descriptor& signals) {
 }
 
 void printEntry(const vnksim::Journal::Entry& entry) {
-    std::printf("%lld.%09lld [%u] %s\n", static_cast<long long>(entry.steadyNs / 1000000000),
-                static_cast<long long>(entry.steadyNs % 1000000000), entry.connection, entry.line.c_str());
+    const std::string road = entry.road == "scpi" ? "" : entry.road + " ";
+    std::printf("%lld.%09lld [%s%u] %s\n", static_cast<long long>(entry.steadyNs / 1000000000),
+                static_cast<long long>(entry.steadyNs % 1000000000), road.c_str(), entry.connection,
+                entry.line.c_str());
     std::fflush(stdout);
 }
 
@@ -74,9 +76,11 @@ int run(const vnksim::UnitOptions& options, const std::string& scenePath, bool j
         unit.journal().onEntry(printEntry);
     }
     unit.start();
-    std::printf("%s (serial %s) at %s: SCPI on TCP %u, packets on TCP %u%s\n", options.model.c_str(),
+    std::printf("%s (serial %s) at %s: SCPI on TCP %u, packets on TCP %u%s%s\n", options.model.c_str(),
                 options.serial.c_str(), options.address.c_str(), unsigned{vnksim::kScpiPort},
-                unsigned{vnksim::kDataPort}, options.discovery ? ", discovery on UDP 18331" : "");
+                unsigned{vnksim::kDataPort},
+                options.hislip ? ", HiSLIP on TCP 4880 with its packets on TCP 4881" : "",
+                options.discovery ? ", discovery on UDP 18331" : "");
     std::fflush(stdout);
     serve(unit, signals);
     unit.stop();
@@ -88,7 +92,7 @@ int run(const vnksim::UnitOptions& options, const std::string& scenePath, bool j
 int main(int argc, char** argv) {
     vnksim::UnitOptions options;
     std::string scene;
-    bool journal = false, noDiscovery = false, flatOut = false, ripple = false;
+    bool journal = false, noDiscovery = false, noHislip = false, flatOut = false, ripple = false;
     CLI::App app("A simulated receiver: SCPI, VITA-49 packets and discovery, without hardware", "vnk-unit");
     app.add_option("--address", options.address, "IPv4 address to listen on")->capture_default_str();
     app.add_option("--model", options.model, "Model")
@@ -106,11 +110,13 @@ int main(int argc, char** argv) {
                    "Make so many packets of a capture and repeat their samples");
     app.add_flag("--if-ripple", ripple, "The IF has the ripple that the correction data undo");
     app.add_flag("--journal", journal, "Print each command received");
+    app.add_flag("--no-hislip", noHislip, "Do not listen for HiSLIP (TCP 4880) and its data (TCP 4881)");
     app.add_flag("--no-discovery", noDiscovery, "Do not answer discovery requests");
     app.add_flag("--discovery-any", options.discoveryAny,
                  "Hear discovery requests on all addresses, broadcasts too");
     CLI11_PARSE(app, argc, argv);
     options.discovery = !noDiscovery;
+    options.hislip = !noHislip;
     options.pace = flatOut                 ? vnksim::Pace::flatOut
                    : options.rateLimit > 0 ? vnksim::Pace::limited
                                            : vnksim::Pace::realTime;

@@ -19,8 +19,9 @@ bool waits(int error) {
 
 }  // namespace
 
-ScpiServer::ScpiServer(const UnitOptions& options, Faults& faults, Journal& journal, Instrument& instrument)
-    : mcOptions(options), mcFaults(faults), mcJournal(journal), mcInstrument(instrument) {}
+ScpiServer::ScpiServer(const UnitOptions& options, Faults& faults, Journal& journal, Instrument& instrument,
+                       Life& life)
+    : mcOptions(options), mcFaults(faults), mcJournal(journal), mcInstrument(instrument), mcLife(life) {}
 
 ScpiServer::~ScpiServer() {
     stop();
@@ -34,8 +35,6 @@ void ScpiServer::start() {
         mcDiscovery = bindUdp(mcOptions.discoveryAny ? "0.0.0.0" : mcOptions.address, kDiscoveryPort);
     }
     mbStop = false;
-    mcDeath.reset();
-    muExchanges = muDieAfter = 0;
     mcThread = std::thread([this] { body(); });
 }
 
@@ -54,23 +53,23 @@ void ScpiServer::stop() {
 void ScpiServer::body() {
     while (!mbStop) {
         FaultSettings faults = mcFaults.snapshot();
-        reviveOnChange(faults);
+        mcLife.revive();
         openPorts(faults);
         closeOnFault(faults);
         poll(faults);
         // A change made while this thread waited counts for the lines that came with it.
         faults = mcFaults.snapshot();
-        reviveOnChange(faults);
+        mcLife.revive();
         for (size_t i = 0; i < mlConnections.size(); ++i) {
             Connection& connection = mlConnections[i];
             if (connection.late && Clock::now() >= connection.due) {
                 connection.output += *connection.late;
                 connection.late.reset();
             }
-            if (!faults.silent && mcDeath != Death::silent) {
+            if (!faults.silent && mcLife.death() != Death::silent) {
                 serveLines(connection, faults);
             }
-            if (mcDeath && mcDeath != Death::silent) {
+            if (mcLife.death() && mcLife.death() != Death::silent) {
                 break;
             }
         }
@@ -80,7 +79,8 @@ void ScpiServer::body() {
 }
 
 void ScpiServer::openPorts(const FaultSettings& faults) {
-    const bool dead = mcDeath == Death::close || mcDeath == Death::reset;
+    const auto death = mcLife.death();
+    const bool dead = death == Death::close || death == Death::reset;
     if (faults.scpiNotListening || dead) {
         mcListener.reset();
     } else if (!mcListener) {
@@ -93,12 +93,13 @@ void ScpiServer::openPorts(const FaultSettings& faults) {
 }
 
 void ScpiServer::closeOnFault(FaultSettings& faults) {
-    const bool dead = mcDeath == Death::close || mcDeath == Death::reset;
+    const auto death = mcLife.death();
+    const bool dead = death == Death::close || death == Death::reset;
     if (!faults.closeScpiOnce && !faults.resetScpiOnce && !dead) {
         return;
     }
     for (Connection& connection : mlConnections) {
-        if (faults.resetScpiOnce || mcDeath == Death::reset) {
+        if (faults.resetScpiOnce || death == Death::reset) {
             resetOnClose(connection.socket);
         }
     }
@@ -122,7 +123,7 @@ int ScpiServer::pollLimit() const {
 }
 
 void ScpiServer::poll(const FaultSettings& faults) {
-    const bool deaf = faults.silent || mcDeath == Death::silent;
+    const bool deaf = faults.silent || mcLife.death() == Death::silent;
     std::vector<pollfd> waits{
         {mcWake.get(), POLLIN, 0}, {mcListener.get(), POLLIN, 0}, {mcDiscovery.get(), POLLIN, 0}};
     const size_t before = waits.size();
@@ -188,7 +189,7 @@ void ScpiServer::serveLines(Connection& connection, const FaultSettings& faults)
         std::string line = connection.input.substr(0, end);
         connection.input.erase(0, end + 1);
         serveLine(connection, std::move(line), faults);
-        if (mcDeath) {
+        if (mcLife.death()) {
             return;
         }
     }
@@ -211,7 +212,7 @@ void ScpiServer::serveLine(Connection& connection, std::string line, const Fault
             write(connection, faults);
         }
     }
-    countExchange(faults);
+    mcLife.exchange(faults);
 }
 
 void ScpiServer::write(Connection& connection, const FaultSettings& faults) {
@@ -228,32 +229,6 @@ void ScpiServer::write(Connection& connection, const FaultSettings& faults) {
             return;
         }
         connection.output.erase(0, static_cast<size_t>(sent));
-    }
-}
-
-void ScpiServer::countExchange(const FaultSettings& faults) {
-    ++muExchanges;
-    if (faults.dieAfterExchanges > 0 && muExchanges >= faults.dieAfterExchanges && !mcDeath) {
-        mcDeath = faults.death;
-        if (mcOnDeath) {
-            mcOnDeath(mcDeath);
-        }
-        // What follows is done at the start of the next pass.
-        mcWake.signal();
-    }
-}
-
-void ScpiServer::reviveOnChange(const FaultSettings& faults) {
-    if (faults.dieAfterExchanges == muDieAfter) {
-        return;
-    }
-    muDieAfter = faults.dieAfterExchanges;
-    muExchanges = 0;
-    if (mcDeath) {
-        mcDeath.reset();
-        if (mcOnDeath) {
-            mcOnDeath(std::nullopt);
-        }
     }
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "simulator/instrument.h"
+#include "simulator/life.h"
 #include "simulator/sockets.h"
 
 namespace vnksim {
@@ -16,7 +17,8 @@ namespace vnksim {
 /// Serves SCPI connections and discovery requests, on one thread.
 class ScpiServer {
  public:
-    ScpiServer(const UnitOptions& options, Faults& faults, Journal& journal, Instrument& instrument);
+    ScpiServer(const UnitOptions& options, Faults& faults, Journal& journal, Instrument& instrument,
+               Life& life);
     ~ScpiServer();
 
     /// Takes the ports; throws std::system_error.
@@ -24,8 +26,6 @@ class ScpiServer {
     void stop();
     void wake() const { mcWake.signal(); }
     unsigned connections() const { return muOpen.load(); }
-    /// Called once when the unit dies, and when it is revived by a change of its faults.
-    void onDeath(std::function<void(std::optional<Death>)> sink) { mcOnDeath = std::move(sink); }
 
  private:
     using Clock = std::chrono::steady_clock;
@@ -49,15 +49,13 @@ class ScpiServer {
     void serveLines(Connection& connection, const FaultSettings& faults);
     void serveLine(Connection& connection, std::string line, const FaultSettings& faults);
     void write(Connection& connection, const FaultSettings& faults);
-    void countExchange(const FaultSettings& faults);
-    void reviveOnChange(const FaultSettings& faults);
     void answerDiscovery();
 
     const UnitOptions& mcOptions;
     Faults& mcFaults;
     Journal& mcJournal;
     Instrument& mcInstrument;
-    std::function<void(std::optional<Death>)> mcOnDeath;
+    Life& mcLife;
 
     WakeUp mcWake;
     std::atomic<bool> mbStop{false};
@@ -68,8 +66,6 @@ class ScpiServer {
     Descriptor mcListener, mcDiscovery;
     std::vector<Connection> mlConnections;
     unsigned muNextNumber = 1;
-    unsigned muExchanges = 0, muDieAfter = 0;
-    std::optional<Death> mcDeath;
 };
 
 /// The answer to a discovery request; empty when `request` is none.

@@ -4,6 +4,7 @@
 
 #include "simulator/capture.h"
 #include "simulator/dataserver.h"
+#include "simulator/hislipserver.h"
 #include "simulator/instrument.h"
 #include "simulator/models.h"
 #include "simulator/scpiserver.h"
@@ -27,13 +28,20 @@ class Unit::Impl {
           mcQueue(mcOptions.queuedPackets),
           mcCapturer(mcOptions, mcFaults, mcQueue),
           mcInstrument(mcOptions, mcFaults, mcCapturer, mcQueue),
-          mcScpi(mcOptions, mcFaults, mcJournal, mcInstrument),
-          mcData(mcOptions, mcFaults, mcQueue) {
+          mcScpi(mcOptions, mcFaults, mcJournal, mcInstrument, mcLife),
+          mcData(mcOptions, mcFaults, mcQueue),
+          mcHislip(mcOptions, mcFaults, mcJournal, mcMessages, mcInstrument, mcLife) {
         mcCapturer.setScene(std::move(scene));
-        mcScpi.onDeath([this](std::optional<Death> death) { mcData.setDeath(death); });
+        mcLife.onChange([this](std::optional<Death> death) {
+            mcData.setDeath(death);
+            mcScpi.wake();
+            mcHislip.wake();
+        });
+        mcHislip.onDataConnection([this](Descriptor socket) { mcData.adopt(std::move(socket)); });
         mcFaults.onChange([this] {
             mcScpi.wake();
             mcData.wake();
+            mcHislip.wake();
             mcCapturer.faultsChanged();
         });
     }
@@ -45,10 +53,15 @@ class Unit::Impl {
         }
         mcInstrument.reset();
         mcQueue.clear();
+        mcLife.begin();
         try {
             mcData.start();
             mcScpi.start();
+            if (mcOptions.hislip) {
+                mcHislip.start();
+            }
         } catch (...) {
+            mcHislip.stop();
             mcScpi.stop();
             mcData.stop();
             throw;
@@ -58,6 +71,7 @@ class Unit::Impl {
     }
 
     void stop() {
+        mcHislip.stop();
         mcScpi.stop();
         mcCapturer.stopThread();
         mcData.stop();
@@ -73,17 +87,20 @@ class Unit::Impl {
         state.samples = mcCapturer.samples();
         state.scpiConnections = mcScpi.connections();
         state.dataConnections = mcData.connections();
+        state.hislipSessions = mcHislip.sessions();
         return state;
     }
 
     const UnitOptions mcOptions;
     Faults mcFaults;
-    Journal mcJournal;
+    Life mcLife{mcFaults};
+    Journal mcJournal, mcMessages;
     PacketQueue mcQueue;
     Capturer mcCapturer;
     Instrument mcInstrument;
     ScpiServer mcScpi;
     DataServer mcData;
+    HislipServer mcHislip;
     std::atomic<bool> mbRunning{false};
 };
 
@@ -114,6 +131,10 @@ Faults& Unit::faults() {
 
 Journal& Unit::journal() {
     return mpImpl->mcJournal;
+}
+
+Journal& Unit::hislipMessages() {
+    return mpImpl->mcMessages;
 }
 
 UnitState Unit::state() const {

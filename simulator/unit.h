@@ -56,6 +56,7 @@ struct UnitOptions {
     double rateLimit = 0;  ///< samples per second, for Pace::limited
     /// Off unless wanted: a socket on UDP 18331 keeps a host program on the same machine from using it.
     bool discovery = false;
+    bool hislip = true;         ///< HiSLIP on TCP 4880, and its data connections on TCP 4881
     bool discoveryAny = false;  ///< listen on any address, so that broadcasts are heard
     /// Number of data packets that are made once and then sent round and round; 0: none. Of a list, so many
     /// from its first one on repeat in each pass. For benchmarks: headers and times run on, the samples
@@ -96,7 +97,8 @@ struct UnitState {
     uint64_t capturesStarted = 0;
     uint64_t dataPackets = 0;  ///< made, all captures
     uint64_t samples = 0;
-    unsigned scpiConnections = 0, dataConnections = 0;  ///< open now
+    unsigned scpiConnections = 0, dataConnections = 0;  ///< open now; the latter of both ports
+    unsigned hislipSessions = 0;                        ///< with both of their connections
     std::string pll, pps, timeSync, ntpServers, constellation;
     int antennaDelay = 0;
     unsigned dynamicMode = 2;
@@ -110,7 +112,8 @@ double referenceLevelDbm(const std::string& model, bool gain1, bool gain2, unsig
 /// Names of the models that can be simulated.
 std::vector<std::string> modelNames();
 
-/// A simulated unit: SCPI on TCP 37001, packets on TCP 37000, discovery on UDP 18331, all at one address.
+/// A simulated unit: SCPI on TCP 37001, packets on TCP 37000, HiSLIP on TCP 4880 with packets on TCP 4881,
+/// discovery on UDP 18331, all at one address.
 /// It can be started and stopped any number of times; stop() leaves no thread and no descriptor.
 class Unit {
  public:
@@ -128,6 +131,9 @@ class Unit {
     const UnitOptions& options() const;
     Faults& faults();
     Journal& journal();
+    /// Every HiSLIP message received, as "sync DataEnd 0 0xffffff00 6": connection ("sync", "async" or
+    /// "vendor"), name, control code, parameter, payload bytes.
+    Journal& hislipMessages();
     UnitState state() const;
     /// Takes effect with the next capture.
     void setScene(Scene scene);

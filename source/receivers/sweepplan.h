@@ -51,6 +51,20 @@ struct SweepPlan {
     float mfFStop = 0.0f;
 };
 
+inline constexpr const char* kUnreasonableSweep = "Sweep parameters (min,max,rbw) unreasonable";
+
+// Steps of planning that every family takes.
+
+/// A span that is as wide as its resolution, of numbers that there is arithmetic for.
+bool isReasonable(const SweepRequest& cRequest);
+/// A plan with the window's noise bandwidth alone.
+SweepPlan beginSweepPlan(const SweepRequest& cRequest);
+/// So many steps from the first centre on, without those that are tuned above `fHighestHz`. False when none is
+/// left.
+bool setSteps(SweepPlan& cPlan, float fSteps, float fHighestHz);
+/// Blocks and bins of the whole. False when there are none, or more than an array can hold.
+bool setTotals(SweepPlan& cPlan, int64_t iTotalBins);
+
 /// A block of samples as it came, with what was known of it when it was complete.
 struct SweepBlock {
     uint64_t muFrequencyHz;

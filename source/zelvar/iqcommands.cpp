@@ -1,7 +1,6 @@
-#include <cmath>
-
 #include "foundations/text.h"
 #include "receivers/commandchannel.h"
+#include "receivers/commandtexts.h"
 #include "zelvar/gaincontrol.h"
 #include "zelvar/iqplan.h"
 
@@ -23,13 +22,13 @@ void appendGain(std::string& batch, const IQPlan& cPlan, const ModelRecord& cMod
 std::string continuousIQCommands(const IQPlan& cPlan, const ModelRecord& cModel) {
     std::string batch;
     appendCommand(batch, formatText("INPUT:MODE %s", cPlan.mbDirectDigitization ? "DD" : "SH"));
-    appendCommand(batch, formatText(":TRACe:SPPacket %d", static_cast<int>(cPlan.muSamplesPerPacket)));
+    appendPacketSize(batch, cPlan.muSamplesPerPacket);
     if (cPlan.muDecimation == 1)
         appendCommand(batch, ":SENSe:DECimation OFF");
     else
-        appendCommand(batch, formatText(":SENSE:DEC %d", static_cast<int>(cPlan.muDecimation)));
+        appendDecimation(batch, cPlan.muDecimation);
     if (!cPlan.mbDirectDigitization)
-        appendCommand(batch, formatText("FREQ:CENT %0.0f Hz", static_cast<double>(cPlan.mfTunedCentreHz)));
+        appendCentre(batch, cPlan.mfTunedCentreHz);
     if (cModel.muAttenuatorScheme == kSteppedAttenuator)
         appendCommand(batch, formatText(":INPut:ATTenuator %d", attenuationSetting(cPlan.mfAttenuation)));
     else if (cModel.muAttenuatorScheme == kVariableAttenuator)
@@ -40,20 +39,15 @@ std::string continuousIQCommands(const IQPlan& cPlan, const ModelRecord& cModel)
 
 std::string finiteIQCommands(const IQPlan& cPlan, const ModelRecord& cModel) {
     std::string batch;
-    appendCommand(batch, ":sweep:entry:delete all");
-    appendCommand(batch, ":sweep:entry:new");
-    appendCommand(batch, ":sweep:list:iter 1");
+    beginList(batch, 1);
     appendEntryAttenuation(batch, cPlan.mfAttenuation, cModel);
     appendCommand(batch, cPlan.mbDirectDigitization ? ":sweep:entry:mode DD" : ":sweep:entry:mode SH");
     if (!cPlan.mbDirectDigitization)
-        appendCommand(batch,
-                      formatText(":sweep:entry:freq:cent %llu",
-                                 static_cast<unsigned long long>(std::llround(cPlan.mfTunedCentreHz))));
-    appendCommand(batch, formatText(":sweep:entry:spp %u", cPlan.muSamplesPerPacket));
-    appendCommand(batch, formatText(":sweep:entry:ppb %u", cPlan.muPacketsPerBlock));
+        appendEntryCentre(batch, cPlan.mfTunedCentreHz);
+    appendEntryPackets(batch, cPlan.muSamplesPerPacket, cPlan.muPacketsPerBlock);
     if (!cPlan.mbDirectDigitization)
-        appendCommand(batch, formatText(":sweep:entry:dec %u", cPlan.muDecimation));
-    appendCommand(batch, ":sweep:entry:save");
+        appendEntryDecimation(batch, cPlan.muDecimation);
+    saveEntry(batch);
     appendGain(batch, cPlan, cModel);
     return batch;
 }

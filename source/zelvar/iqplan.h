@@ -1,29 +1,12 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
-#include <string>
-
-#include "receivers/iqrequest.h"
-#include "receivers/rangechecks.h"
+#include "receivers/captureplan.h"
 #include "zelvar/modeltable.h"
 
-/// How the unit is set up for an IQ capture.
-struct IQPlan {
-    float mfTunedCentreHz;  // 0 in direct digitization
-    float mfSampleRateHz;
-    bool mbDirectDigitization;
-    uint32_t muDecimation;  // 1 means none
-    uint32_t muSamplesPerPacket;
-    uint32_t muPacketsPerBlock;  // 0: continuous path
-    uint64_t muCaptureSamples;   // 0: endless
+struct IQPlan : CapturePlan {   // its tuned centre is 0 in direct digitization
+    bool mbDirectDigitization = false;
     std::string mcGainName;
-    float mfAttenuation;
-    float mfLevelLow;
-    float mfLevelHigh;
-    float mfCaptureSec;                       // limited to 0 to 120
-    std::optional<float> mcMaxContiguousSec;  // of a finite capture
-    bool mbContiguous = false;
+    float mfAttenuation = 0.0f;
 };
 
 /// Pure planning in single precision, in the order of its steps. Empty, with what to log and its code in

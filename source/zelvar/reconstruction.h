@@ -1,16 +1,6 @@
 #pragma once
 
-#include <optional>
-
-#include "dsp/fft.h"
-#include "receivers/sweepplan.h"
-
-/// Bins of a transformed block, both inclusive; none where the last is the one before the first.
-struct BinRange {
-    uint32_t muFirst;
-    uint32_t muLast;
-    uint32_t count() const { return muLast - muFirst + 1; }
-};
+#include "receivers/reconstruction.h"
 
 /// The bins that the block at a place of the spectrum contributes.
 BinRange keptBins(const SweepPlan& cPlan, uint32_t uPlace);
@@ -18,7 +8,7 @@ BinRange keptBins(const SweepPlan& cPlan, uint32_t uPlace);
 /// when that is outside the array.
 std::optional<BinRange> mirroredBins(const SweepPlan& cPlan, BinRange cKept, uint32_t uHalf);
 
-/// What turns the real samples of a block into magnitudes: window, transform and work arrays of one size.
+/// What turns the real samples of a block into magnitudes.
 class BlockTransform {
  public:
     BlockTransform(const std::string& windowName, uint32_t uFFTSize);
@@ -27,15 +17,5 @@ class BlockTransform {
     FloatArray& magnitudes(const SweepBlock& cBlock);
 
  private:
-    void prepare(uint32_t uCount);
-
-    uint32_t muFFTSize;
-    ReferencePtr<FloatArray> mcWindow;
-    ReferencePtr<FFT> mcFFT;
-    ReferencePtr<ComplexArray> mcInput;
-    ReferencePtr<ComplexArray> mcOutput;
-    ReferencePtr<FloatArray> mcMagnitudes;
+    WindowedTransform mcTransform;
 };
-
-/// From magnitudes to dB above the constant.
-void writeLevels(const float* pMagnitudes, uint32_t uCount, float fConstant, float* pOutput);

@@ -498,6 +498,8 @@ TEST(Detach, OfAProcessorThatWaitsForRoomBehindItEndsInTimeAndItWorksAgain) {
     const Folder cFolder;
     writePair(cFolder, "x", makeSpectra(30, 16));
     Blocked c(cFolder.name("x"));
+    // All have been played into its queue: what came while it is detached would go by it.
+    ASSERT_TRUE(vnktest::waitUntil([&] { return c.mcStream.isAttached() == 5; }));
     const auto begin = steady_clock::now();
     ASSERT_EQ(c.mcTraces.detach(), 0);
     EXPECT_GE(steady_clock::now() - begin, 1000ms);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -29,7 +31,11 @@ inline size_t liveThreads() {
 /// Threads of this process while nothing of its own runs: a sanitizer may keep one of its own from the first
 /// thread on.
 inline size_t idleThreads() {
-    std::thread([] {}).join();
+    pid_t iThread = 0;
+    std::thread([&iThread] { iThread = ::gettid(); }).join();
+    // The system lists a thread that has been joined for some time still.
+    while (std::filesystem::exists("/proc/self/task/" + std::to_string(iThread)))
+        std::this_thread::yield();
     return liveThreads();
 }
 

@@ -141,6 +141,7 @@ TEST(Thread, aRestartedThreadHasItsOwnStopToken) {
         }
     });
     cThread.start(kNormal);
+    ASSERT_TRUE(waitUntil([&] { return iBodies == 1; }));
     EXPECT_FALSE(cThread.stop(20));
     EXPECT_TRUE(cThread.stop(20));
     ASSERT_TRUE(cThread.start(kNormal));
@@ -157,10 +158,11 @@ TEST(Thread, aStartAnewBesideABodyThatHasBeenAskedLeavesThatBehind) {
     Barrier cFirstGo("go");
     Barrier cFirstDone("done");
     std::atomic<int> iBodies{0};
-    std::atomic<bool> bLeftBehind{false};
+    std::atomic<bool> bFirstSeen{false}, bLeftBehind{false};
     Body cThread([&](Body& cSelf) {
         if (++iBodies == 1) {
             EXPECT_FALSE(cSelf.isLeftBehind());
+            bFirstSeen = true;
             cFirstGo.wait(30'000'000);
             bLeftBehind = cSelf.isLeftBehind();
             cFirstDone.signal();
@@ -170,6 +172,8 @@ TEST(Thread, aStartAnewBesideABodyThatHasBeenAskedLeavesThatBehind) {
         }
     });
     ASSERT_TRUE(cThread.startAnew(kNormal));
+    // A thread that has been taken over may not have got to its body yet.
+    ASSERT_TRUE(waitUntil([&] { return bFirstSeen.load(); }));
     EXPECT_FALSE(cThread.startAnew(kNormal)) << "it has not been asked to end";
     cThread.ask();
     EXPECT_FALSE(cThread.start(kNormal)) << "the running flag is set";

@@ -1,4 +1,4 @@
-#include "simulator/capture.h"
+#include "simulator/capturerun.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,16 +9,12 @@
 namespace vnksim {
 namespace {
 
-// A tone at the reference level stands so far below full scale.
-constexpr double kHeadroomdB = 12.7678;
-constexpr double kCountsPerFullScale = 8192;
 constexpr double kDitherCounts = 0.4;
 constexpr size_t kPart = 8192;
 constexpr double kIfHalfWidthHz = 26.5e6;
 constexpr double kRealTransitionHz = 1e6;
 // Slices of a real view end where the converter's band ends.
 constexpr double kDirectHighHz = 61.5e6;
-constexpr uint64_t kTickNs = 8;
 
 /// `all` tells of the whole capture.
 bool isMirrored(const CaptureStep& step, const FaultSettings& faults, bool all) {
@@ -30,19 +26,19 @@ bool isMirrored(const CaptureStep& step, const FaultSettings& faults, bool all) 
 
 }  // namespace
 
-View viewOf(const CaptureStep& step, double referenceLevelDbm, bool mirrored, const UnitOptions& options) {
+View viewOf(const CaptureStep& step, bool mirrored, const FamilyTraits& traits, const UnitOptions& options) {
     View view;
-    view.real = step.real();
+    view.real = step.real;
     if (options.ifGaindB) {
         const double tuned = step.directDigitization ? 0 : step.centreHz;
         const double sign = mirrored ? -1 : 1;
-        const double origin = step.directDigitization ? 0 : kIfHz;
+        const double origin = step.directDigitization ? 0 : traits.ifHz;
         view.gaindB = [gain = options.ifGaindB, tuned, sign, origin](double hz) {
             return gain(tuned, origin + sign * (hz - tuned));
         };
     }
-    view.rateHz = kAdcRateHz / (view.real ? 1 : step.decimation);
-    view.fullScaleDbm = referenceLevelDbm + kHeadroomdB;
+    view.rateHz = traits.clock() / step.ticksPerSample();
+    view.fullScaleDbm = step.referenceLevelDbm + traits.headroomdB;
     if (step.directDigitization) {
         view.lowHz = 0;
         view.highHz = kDirectHighHz;
@@ -51,40 +47,17 @@ View viewOf(const CaptureStep& step, double referenceLevelDbm, bool mirrored, co
     }
     view.mirrored = mirrored;
     view.originHz = step.centreHz;
-    view.placeHz = view.real ? kIfHz : 0;
-    // Flat to 0.43 of the rate, nothing left at 0.5.
-    const double half = view.real ? kIfHalfWidthHz : 0.465 * view.rateHz;
+    view.placeHz = view.real ? traits.ifHz : 0;
+    const double half = view.real ? kIfHalfWidthHz : traits.halfWidth * view.rateHz;
     view.lowHz = step.centreHz - half;
     view.highHz = step.centreHz + half;
-    view.transitionHz = view.real ? kRealTransitionHz : 0.07 * view.rateHz;
+    view.transitionHz = view.real ? kRealTransitionHz : traits.transition * view.rateHz;
     return view;
 }
 
-/// What one capture carries from step to step.
-struct Capturer::Run {
-    const CapturePlan& plan;
-    std::shared_ptr<const Scene> scene;
-    UnitTime startTime;
-    std::chrono::steady_clock::time_point start;
-    bool mirrored;  ///< all of it
-    PacketMaker maker{};
-    uint64_t ticks = 0;      ///< converter clocks since the start
-    uint64_t samples = 0;    ///< of all packets so far
-    uint64_t dataCount = 0;  ///< data packets made, for faults that count them
-    uint64_t blocks = 0;     ///< begun, for faults that count them
-    bool identified = false;
-    bool stepMirrored = false;
-    size_t place = 0;  ///< of the next packet in the pass
-    bool lossPending = false;
-    double lastReference = -1000;
-    uint64_t lastContextTicks = 0;
-    std::vector<float> buffer{};
-    std::vector<std::shared_ptr<const std::vector<uint8_t>>> prepared{};
-    std::optional<Packet> held{};
-};
-
 Capturer::Capturer(const UnitOptions& options, Faults& faults, PacketQueue& queue)
     : mcOptions(options),
+      mcTraits(traitsOf(familyOf(options.model))),
       mcFaults(faults),
       mcQueue(queue),
       mcNoise(std::make_shared<NoiseTable>(options.seed)),
@@ -234,7 +207,7 @@ void Capturer::run(const CapturePlan& plan, std::shared_ptr<const Scene> scene) 
         }
     }
     if (run.held) {
-        mcQueue.push(std::move(*run.held), [this] { return cancelled(); });
+        push(std::move(*run.held));
     }
 }
 
@@ -276,7 +249,7 @@ bool Capturer::pause(unsigned ms) {
 bool Capturer::runStep(Run& run, size_t index) {
     const CaptureStep& step = run.plan.steps[index];
     // Sample numbers of the step count from the start of the capture, so the step begins on one of them.
-    const uint64_t grid = step.real() ? 1 : step.decimation;
+    const uint64_t grid = step.ticksPerSample();
     run.ticks = (run.ticks + grid - 1) / grid * grid;
     if (!run.plan.list) {
         return sendBlock(run, index);
@@ -311,9 +284,8 @@ bool Capturer::runStep(Run& run, size_t index) {
 }
 
 Synthesizer& Capturer::synthesizerOf(Run& run, const CaptureStep& step) {
-    const double level = referenceLevelDbm(mcOptions.model, step.gain1, step.gain2, step.attenuation);
     const StepKey key{step.directDigitization, step.directDigitization ? 0 : step.centreHz, step.decimation,
-                      level, run.stepMirrored};
+                      step.referenceLevelDbm, run.stepMirrored};
     // A sweep of the whole range has 750 settings.
     constexpr size_t kMostKept = 4096;
     if (mcKept.size() >= kMostKept && mcKept.count(key) == 0) {
@@ -321,9 +293,10 @@ Synthesizer& Capturer::synthesizerOf(Run& run, const CaptureStep& step) {
     }
     auto& kept = mcKept[key];
     if (!kept) {
-        kept = std::make_unique<Synthesizer>(*run.scene, viewOf(step, level, run.stepMirrored, mcOptions),
-                                             mcNoise,
-                                             mcOptions.dither ? kDitherCounts / kCountsPerFullScale : 0);
+        const double count = std::ldexp(1, 1 - static_cast<int>(mcTraits.bits));
+        const double leastSigma = mcOptions.dither ? kDitherCounts * count : 0;
+        kept = std::make_unique<Synthesizer>(*run.scene, viewOf(step, run.stepMirrored, mcTraits, mcOptions),
+                                             mcNoise, leastSigma);
     }
     return *kept;
 }
@@ -337,70 +310,13 @@ bool Capturer::sendBlock(Run& run, size_t index) {
     run.identified = true;
     Synthesizer& synthesizer = synthesizerOf(run, step);
     for (uint32_t packet = 0; step.packets == 0 || packet < step.packets; ++packet) {
-        constexpr uint64_t kContextTicks = 125000000;
-        if (packet > 0 && run.ticks - run.lastContextTicks >= kContextTicks &&
+        if (packet > 0 && run.ticks - run.lastContextTicks >= mcTraits.clockHz &&
             !sendContexts(run, step, false)) {
             return false;
         }
         if (!sendData(run, step, synthesizer)) {
             return false;
         }
-    }
-    return true;
-}
-
-bool Capturer::sendReceiverContext(Run& run, const CaptureStep& step, const FaultSettings& faults) {
-    if (faults.frequencyMissing) {
-        return true;
-    }
-    const double front = (step.gain1 ? 10.0 : 0.0) + (step.gain2 ? 10.0 : 0.0);
-    double hz = step.directDigitization ? 0 : step.centreHz;
-    if (run.plan.list) {
-        hz += (faults.blockShiftKHz + faults.blockShiftOnceKHz) * 1e3;
-        if (faults.blockShiftOnceKHz != 0) {
-            mcFaults.change([](FaultSettings& now) { now.blockShiftOnceKHz = 0; });
-        }
-    }
-    return mcQueue.push(run.maker.receiverContext(run.startTime.plus(run.ticks), hz, front,
-                                                  -static_cast<double>(step.attenuation)),
-                        [this] { return cancelled(); });
-}
-
-bool Capturer::sendContexts(Run& run, const CaptureStep& step, bool first) {
-    const FaultSettings faults = mcFaults.snapshot();
-    const UnitTime time = run.startTime.plus(run.ticks);
-    const auto push = [&](Packet packet) {
-        return mcQueue.push(std::move(packet), [this] { return cancelled(); });
-    };
-    if (!sendReceiverContext(run, step, faults)) {
-        return false;
-    }
-    const double level = referenceLevelDbm(mcOptions.model, step.gain1, step.gain2, step.attenuation);
-    const bool due = run.ticks - run.lastContextTicks >= 125000000;
-    if (first || due || level != run.lastReference) {
-        const GnssFix fix{time,
-                          static_cast<float>(mcOptions.latitude),
-                          static_cast<float>(mcOptions.longitude),
-                          static_cast<float>(mcOptions.altitude),
-                          0,
-                          0,
-                          0,
-                          -12.86f};
-        const double bandwidth = step.directDigitization ? 50e6
-                                 : step.real()           ? 40e6
-                                                         : 0.85 * kAdcRateHz / step.decimation;
-        const bool fitted = findModel(mcOptions.model)->gnss;
-        if (!push(run.maker.digitizerContext(time, bandwidth, 0, level, fitted ? &fix : nullptr))) {
-            return false;
-        }
-        run.lastReference = level;
-        run.lastContextTicks = run.ticks;
-    }
-    if (first && !faults.identifierMissing) {
-        const uint32_t identifier = run.plan.identifier + static_cast<uint32_t>(faults.identifierOffset);
-        const uint32_t* sweep = run.plan.list ? &identifier : nullptr;
-        const uint32_t* stream = run.plan.list && faults.sweepIdentifierOnly ? nullptr : &identifier;
-        return push(run.maker.extensionContext(time, stream, sweep));
     }
     return true;
 }
@@ -413,11 +329,11 @@ std::shared_ptr<const std::vector<uint8_t>> Capturer::makePayload(Run& run, cons
     const size_t kept =
         endless && !run.prepared.empty() ? run.dataCount % mcOptions.preSynthesise : run.place;
     ++run.place;
-    if (kept < run.prepared.size() && run.prepared[kept]->size() == count * (step.real() ? 2u : 4u)) {
+    if (kept < run.prepared.size() && run.prepared[kept]->size() == count * (step.real ? 2u : 4u)) {
         return run.prepared[kept];
     }
-    const size_t width = step.real() ? 1 : 2;
-    const uint64_t firstSample = run.ticks / (step.real() ? 1 : step.decimation);
+    const size_t width = step.real ? 1 : 2;
+    const uint64_t firstSample = run.ticks / step.ticksPerSample();
     auto payload = std::make_shared<std::vector<uint8_t>>(count * width * 2);
     run.buffer.resize(kPart * width);
     for (uint32_t done = 0; done < count; done += static_cast<uint32_t>(kPart)) {
@@ -426,8 +342,8 @@ std::shared_ptr<const std::vector<uint8_t>> Capturer::makePayload(Run& run, cons
         }
         const size_t part = std::min<size_t>(count - done, kPart);
         synthesizer.read(firstSample + done, part, run.buffer.data());
-        overRange = kernels::quantise(payload->data() + done * width * 2, run.buffer.data(), part * width) ||
-                    overRange;
+        uint8_t* place = payload->data() + done * width * 2;
+        overRange = kernels::quantise(place, run.buffer.data(), part * width, mcTraits.bits) || overRange;
     }
     if (kept == run.prepared.size() && kept < mcOptions.preSynthesise) {
         run.prepared.push_back(payload);
@@ -445,7 +361,7 @@ uint32_t Capturer::samplesOfPacket(const Run& run, const CaptureStep& step, cons
 
 bool Capturer::sendData(Run& run, const CaptureStep& step, Synthesizer& synthesizer) {
     FaultSettings faults = mcFaults.snapshot();
-    const uint64_t ticksPerSample = step.real() ? 1 : step.decimation;
+    const uint64_t ticksPerSample = step.ticksPerSample();
     if (faults.loseSamplesOnce > 0) {
         run.ticks += faults.loseSamplesOnce * ticksPerSample;
         run.lossPending = true;
@@ -464,13 +380,16 @@ bool Capturer::sendData(Run& run, const CaptureStep& step, Synthesizer& synthesi
             (run.lossPending ? trailer::kSampleLoss : 0);
     bits = (bits & ~faults.trailerClear) | faults.trailerSet;
     run.lossPending = false;
-    const int sizeOffset = faults.sizeFieldOffset + faults.sizeFieldOffsetOnce;
+    HeaderFaults header;
+    header.sizeOffset = faults.sizeFieldOffset + faults.sizeFieldOffsetOnce;
+    header.streamOffset = faults.dataStreamOffset;
+    header.withoutStream = faults.dataWithoutStream;
     if (faults.sizeFieldOffsetOnce != 0) {
         mcFaults.change([](FaultSettings& now) { now.sizeFieldOffsetOnce = 0; });
     }
-    Packet packet =
-        run.maker.data(step.real() ? StreamId::dataI14 : StreamId::dataIQ14, run.startTime.plus(run.ticks),
-                       std::move(payload), count, bits, sizeOffset);
+    Packet packet = run.maker.data(step.real ? mcTraits.realData : mcTraits.data,
+                                   run.startTime.plus(run.ticks, mcTraits.clockHz), std::move(payload), count,
+                                   bits, header);
     run.ticks += step.samplesPerPacket * ticksPerSample;
     run.samples += count;
     ++run.dataCount;
@@ -478,10 +397,10 @@ bool Capturer::sendData(Run& run, const CaptureStep& step, Synthesizer& synthesi
 }
 
 bool Capturer::pushData(Run& run, const FaultSettings& faults, Packet packet) {
-    const auto push = [this](Packet sent) {
+    const auto count = [this](Packet sent) {
         ++muDataPackets;
         muSamples += sent.samples;
-        return mcQueue.push(std::move(sent), [this] { return cancelled(); });
+        return push(std::move(sent));
     };
     if (faults.dropOnce > 0) {
         mcFaults.change([](FaultSettings& now) { now.dropOnce -= now.dropOnce > 0 ? 1 : 0; });
@@ -493,23 +412,24 @@ bool Capturer::pushData(Run& run, const FaultSettings& faults, Packet packet) {
     if (run.held) {
         Packet earlier = std::move(*run.held);
         run.held.reset();
-        return push(std::move(packet)) && push(std::move(earlier));
+        return count(std::move(packet)) && count(std::move(earlier));
     }
     if (faults.swapOnce) {
         mcFaults.change([](FaultSettings& now) { now.swapOnce = false; });
         run.held = std::move(packet);
         return true;
     }
-    if (faults.repeatOnce > 0 && takeOnce(&FaultSettings::repeatOnce) && !push(packet)) {
+    if (faults.repeatOnce > 0 && takeOnce(&FaultSettings::repeatOnce) && !count(packet)) {
         return false;
     }
-    return push(std::move(packet));
+    return count(std::move(packet));
 }
 
 bool Capturer::waitUntilDue(const Run& run) {
     auto due = run.start;
     if (mcOptions.pace == Pace::realTime) {
-        due += std::chrono::nanoseconds(run.ticks * kTickNs);
+        const UnitTime gone = UnitTime{}.plus(run.ticks, mcTraits.clockHz);
+        due += std::chrono::seconds(gone.seconds) + std::chrono::nanoseconds(gone.picoseconds / 1000);
     } else if (mcOptions.pace == Pace::limited && mcOptions.rateLimit > 0) {
         const double ns = static_cast<double>(run.samples) * 1e9 / mcOptions.rateLimit;
         due += std::chrono::nanoseconds(static_cast<int64_t>(ns));

@@ -11,6 +11,7 @@
 #include <tuple>
 #include <vector>
 
+#include "simulator/family.h"
 #include "simulator/packetqueue.h"
 #include "simulator/synthesizer.h"
 #include "simulator/unit.h"
@@ -20,15 +21,17 @@ namespace vnksim {
 /// One tuning of a capture and how many packets are taken there.
 struct CaptureStep {
     bool directDigitization = false;
+    bool real = false;  ///< real samples at the full rate; otherwise complex ones
     double centreHz = 0;
     uint32_t decimation = 1;
     uint32_t samplesPerPacket = 0;
     uint32_t packets = 0;  ///< 0: endless
     unsigned attenuation = 0;
     bool gain1 = true, gain2 = true;
+    double referenceLevelDbm = 0;
     uint32_t entry = 0;  ///< of a list, from 0
 
-    bool real() const { return directDigitization || decimation == 1; }
+    uint32_t ticksPerSample() const { return real ? 1 : decimation; }
 };
 
 struct CapturePlan {
@@ -74,7 +77,12 @@ class Capturer {
     bool takeOnce(unsigned FaultSettings::*fault);
     bool pause(unsigned ms);
     bool sendContexts(Run& run, const CaptureStep& step, bool first);
+    bool push(Packet packet);
+    std::optional<double> toldHz(const Run& run, const CaptureStep& step, const FaultSettings& faults);
+    bool sendIfContext(Run& run, const CaptureStep& step, const FaultSettings& faults);
     bool sendReceiverContext(Run& run, const CaptureStep& step, const FaultSettings& faults);
+    bool sendDigitizerContext(Run& run, const CaptureStep& step, const FaultSettings& faults);
+    bool sendExtensionContext(Run& run, const FaultSettings& faults);
     bool sendData(Run& run, const CaptureStep& step, Synthesizer& synthesizer);
     uint32_t samplesOfPacket(const Run& run, const CaptureStep& step, const FaultSettings& faults);
     std::shared_ptr<const std::vector<uint8_t>> makePayload(Run& run, const CaptureStep& step, uint32_t count,
@@ -85,6 +93,7 @@ class Capturer {
     void cancelAndWait(std::unique_lock<std::mutex>& lock);
 
     const UnitOptions& mcOptions;
+    const FamilyTraits& mcTraits;
     Faults& mcFaults;
     PacketQueue& mcQueue;
     std::shared_ptr<const NoiseTable> mcNoise;
@@ -107,6 +116,6 @@ class Capturer {
 };
 
 /// What a step sees, with the level that stands for full scale.
-View viewOf(const CaptureStep& step, double referenceLevelDbm, bool mirrored, const UnitOptions& options);
+View viewOf(const CaptureStep& step, bool mirrored, const FamilyTraits& traits, const UnitOptions& options);
 
 }  // namespace vnksim

@@ -50,8 +50,7 @@ std::vector<uint8_t> makeCorrectionSet(const std::vector<std::pair<uint32_t, uin
     return bytes;
 }
 
-std::function<double(double, double)> gainOfCorrections(const std::vector<uint8_t>& set) {
-    constexpr double kBandHz = 62.5e6;
+std::function<double(double, double)> gainOfCorrections(const std::vector<uint8_t>& set, double bandHz) {
     constexpr size_t kHeader = 48, kRow = 6;
     const auto number = [&set](size_t offset, size_t bytes) {
         uint32_t value = 0;
@@ -72,14 +71,14 @@ std::function<double(double, double)> gainOfCorrections(const std::vector<uint8_
         table.emplace_back(number(place, 4) * 1e3, std::move(gains));
     }
     std::sort(table.begin(), table.end());
-    return [table](double tunedHz, double placeHz) {
+    return [table, bandHz](double tunedHz, double placeHz) {
         auto row = std::find_if(table.begin(), table.end(),
                                 [tunedHz](const auto& entry) { return entry.first > tunedHz; });
         if (table.empty() || table[0].second.empty()) {
             return 0.0;
         }
         const std::vector<double>& gains = (row == table.end() ? table.back() : *row).second;
-        const double x = std::clamp(placeHz / kBandHz, 0.0, 1.0) * static_cast<double>(gains.size());
+        const double x = std::clamp(placeHz / bandHz, 0.0, 1.0) * static_cast<double>(gains.size());
         const size_t low = std::min(static_cast<size_t>(x), gains.size() - 1);
         const size_t high = std::min(low + 1, gains.size() - 1);
         const double rest = x - std::floor(x);

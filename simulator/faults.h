@@ -50,10 +50,10 @@ struct FaultSettings {
     Death death = Death::close;
 
     // --- HiSLIP; of the above, what becomes of commands and replies holds there too
-    HislipFaults hislip{};              ///< by message
-    bool hislipNotListening = false;    ///< nobody on TCP 4880 ...
-    bool vendorNotListening = false;    ///< ... nor on TCP 4881
-    bool closeHislipOnce = false;       ///< the connections of all sessions; data connections stay
+    HislipFaults hislip{};            ///< by message
+    bool hislipNotListening = false;  ///< nobody on TCP 4880 ...
+    bool vendorNotListening = false;  ///< ... nor on TCP 4881
+    bool closeHislipOnce = false;     ///< the connections of all sessions; data connections stay
     bool resetHislipOnce = false;
     bool hislipLockRefused = false;
     unsigned hislipLockRefusedOnce = 0;  ///< so many requests are refused
@@ -77,6 +77,14 @@ struct FaultSettings {
     uint32_t trailerClear = 0;         ///< bits cleared, before `trailerSet`
     bool spectralInversion = false;    ///< SH data mirrored about the IF (IQ: conjugated), and flagged so
     bool dataAfterStop = false;        ///< stops and ABORT do not end the stream
+    bool contextMissing = false;       ///< no context but the ExtensionContext
+    bool contextTsm = false;           ///< contexts have the bit of the time stamp mode
+    bool dataWithoutStream = false;    ///< data packets are of type 0 and have no stream ID
+    int dataStreamOffset = 0;          ///< added to the stream ID of data packets
+    /// The number of the one field of the payload format (second family) that is wrong: 1 size of an item,
+    /// 2 room that it takes, 3 channel tag, 4 event tag, 5 repeated components, 6 encoding, 7 kind of sample,
+    /// 8 packing, 9 vector size, 10 repeat count. 0: none is.
+    unsigned payloadFormat = 0;
 
     // --- blocks of a list: a setting with its contexts and all its packets
     unsigned loseBlockEvery = 0;    ///< each n-th block is not sent
@@ -89,7 +97,7 @@ struct FaultSettings {
     unsigned lateBlockOnceMs = 0;   ///< one block comes so much later, and what follows it
     unsigned shortPacketEvery = 0;  ///< each n-th packet of a list is a whole one of 32 samples less
     unsigned shortPacketOnce = 0;   ///< so many packets are
-    bool frequencyMissing = false;  ///< no ReceiverContext at all
+    bool frequencyMissing = false;  ///< no ReceiverContext; an IFContext without the field
     unsigned invertedEntries = 0;   ///< bit k: SH data of the list's entry k + 1 mirrored, and flagged so
     unsigned invertedFromMHz = 0;   ///< the same for centres from here ...
     unsigned invertedBelowMHz = 0;  ///< ... to below here

@@ -1,5 +1,7 @@
 #include "simulator/instrument.h"
 
+#include <algorithm>
+
 #include "simulator/text.h"
 
 namespace vnksim {
@@ -77,12 +79,17 @@ double Arguments::frequency(size_t index, double least, double most) const {
 Instrument::Instrument(const UnitOptions& options, Faults& faults, Capturer& capturer, PacketQueue& queue)
     : mcOptions(options),
       mcModel(*findModel(options.model)),
+      mcTraits(traitsOf(mcModel.family)),
       mcFaults(faults),
       mcCapturer(capturer),
       mcQueue(queue),
       mcCorrections(options.corrections) {
+    const Scope other = mcModel.family == Family::first ? Scope::second : Scope::first;
     for (const Command& command : commands()) {
-        mcTree.add(command.patterns);
+        if (command.scope != other) {
+            mcTree.add(command.patterns);
+            mlCommands.push_back(&command);
+        }
     }
     mcState.pll = "INT";
     mcState.pps = mcModel.gnss ? "GNSS" : "EXT";
@@ -93,9 +100,10 @@ Instrument::Instrument(const UnitOptions& options, Faults& faults, Capturer& cap
 
 void Instrument::resetSettings() {
     mcState.directDigitization = false;
-    mcState.centreHz = 100e6;
+    mcState.centreHz = std::clamp(100e6, lowestHz(), highestHz());
     mcState.decimation = 8;
-    mcState.samplesPerPacket = 65504;
+    mcState.samplesPerPacket = mcTraits.mostSamples;
+    mcState.referenceLevelDbm = 0;
     mcState.attenuation = 0;
     mcState.gain1 = mcState.gain2 = true;
     mcState.list.clear();
@@ -145,7 +153,11 @@ void Instrument::setCorrections(CorrectionData corrections) {
 UnitState Instrument::state() const {
     const std::scoped_lock lock(mcLock);
     UnitState state = mcState;
-    state.referenceLevelDbm = referenceLevelDbm(mcOptions.model, state.gain1, state.gain2, state.attenuation);
+    CaptureStep step;
+    step.attenuation = state.attenuation;
+    step.gain1 = state.gain1;
+    step.gain2 = state.gain2;
+    state.referenceLevelDbm = completed(step).referenceLevelDbm;
     state.errors = mlErrors.size();
     return state;
 }
@@ -228,7 +240,7 @@ Instrument::Reply Instrument::dispatch(const ScpiCommand& command) {
     if (number == CommandTree::kNone) {
         throw errors::kUndefinedHeader;
     }
-    const Command& found = commands()[static_cast<size_t>(number)];
+    const Command& found = *mlCommands[static_cast<size_t>(number)];
     const Handler handler = command.query ? found.query : found.set;
     if (handler == nullptr) {
         throw errors::kUndefinedHeader;
@@ -267,11 +279,15 @@ const std::vector<Instrument::Command>& Instrument::commands() {
         {"DATA:CORRection:NOISe:SIZE", &I::noiseSize, nullptr},
         {"DATA:CORRection:SIGNal:READ", &I::signalRead, nullptr},
         {"DATA:CORRection:NOISe:READ", &I::noiseRead, nullptr},
+        // Hosts of the second family write a colon too many.
+        {"DATA:CORRection::SIGNal:READ", &I::signalRead, nullptr, Scope::second},
+        {"DATA:CORRection::NOISe:READ", &I::noiseRead, nullptr, Scope::second},
         {"SIMulator:FAULt", nullptr, &I::fault},
-        {"INPut:MODE", &I::inputModeQuery, &I::inputMode},
-        {"INPut:ATTenuator", &I::attenuatorQuery, &I::attenuator},
-        {"INPut:ATTenuator:VARiable", &I::attenuatorQuery, &I::attenuatorVariable},
-        {"INPut:GAIN", &I::gainQuery, &I::gain},
+        {"INPut:MODE", &I::inputModeQuery, &I::inputMode, Scope::first},
+        {"INPut:ATTenuator", &I::attenuatorQuery, &I::attenuator, Scope::first},
+        {"INPut:ATTenuator:VARiable", &I::attenuatorQuery, &I::attenuatorVariable, Scope::first},
+        {"INPut:GAIN", &I::gainQuery, &I::gain, Scope::first},
+        {"DEBUG:REFerence:LEVel", &I::referenceLevelQuery, &I::referenceLevel, Scope::second},
         {"SENSe:DECimation", &I::decimationQuery, &I::decimation},
         {"FREQuency:CENTer|SENSe:FREQuency:CENTer", &I::centreQuery, &I::centre},
         {"TRACe:SPPacket", &I::samplesPerPacketQuery, &I::samplesPerPacket},
@@ -282,14 +298,14 @@ const std::vector<Instrument::Command>& Instrument::commands() {
         {"SWEep:ENTRy:COPY", nullptr, &I::entryCopy},
         {"SWEep:ENTRy:SAVE", nullptr, &I::entrySave},
         {"SWEep:ENTRy:COUNt", &I::entryCount, nullptr},
-        {"SWEep:ENTRy:MODE", nullptr, &I::entryMode},
+        {"SWEep:ENTRy:MODE", nullptr, &I::entryMode, Scope::first},
         {"SWEep:ENTRy:FREQuency:CENTer", nullptr, &I::entryCentre},
         {"SWEep:ENTRy:FREQuency:STEP", nullptr, &I::entryStep},
         {"SWEep:ENTRy:SPPacket|SWEep:ENTRy:SPP", nullptr, &I::entrySamples},
         {"SWEep:ENTRy:PPBlock|SWEep:ENTRy:PPB", nullptr, &I::entryPackets},
         {"SWEep:ENTRy:DECimation", nullptr, &I::entryDecimation},
-        {"SWEep:ENTRy:ATTenuator", nullptr, &I::entryAttenuator},
-        {"SWEep:ENTRy:ATTenuator:VARiable", nullptr, &I::entryAttenuatorVariable},
+        {"SWEep:ENTRy:ATTenuator", nullptr, &I::entryAttenuator, Scope::first},
+        {"SWEep:ENTRy:ATTenuator:VARiable", nullptr, &I::entryAttenuatorVariable, Scope::first},
         {"SWEep:LIST:ITERations", &I::listIterationsQuery, &I::listIterations},
         {"SWEep:LIST:STARt", nullptr, &I::listStart},
         {"SWEep:LIST:STOP", nullptr, &I::listStop},

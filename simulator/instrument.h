@@ -68,10 +68,12 @@ class Instrument {
  private:
     using Reply = std::optional<std::string>;
     using Handler = Reply (Instrument::*)(const Arguments&);
+    enum class Scope { both, first, second };
     struct Command {
         const char* patterns;
         Handler query;  ///< null: no such query
         Handler set;    ///< null: no such command
+        Scope scope = Scope::both;
     };
     static const std::vector<Command>& commands();
 
@@ -130,6 +132,8 @@ class Instrument {
     Reply attenuatorQuery(const Arguments&);
     Reply gain(const Arguments&);
     Reply gainQuery(const Arguments&);
+    Reply referenceLevel(const Arguments&);
+    Reply referenceLevelQuery(const Arguments&);
     Reply decimation(const Arguments&);
     Reply decimationQuery(const Arguments&);
     Reply centre(const Arguments&);
@@ -158,17 +162,24 @@ class Instrument {
     Reply listStatus(const Arguments&);
 
     unsigned attenuation(const Arguments& arguments, bool variable) const;
-    static uint32_t samplesArgument(const Arguments& arguments);
-    static uint32_t decimationArgument(const Arguments& arguments);
+    uint32_t samplesArgument(const Arguments& arguments) const;
+    uint32_t decimationArgument(const Arguments& arguments) const;
+    double centreArgument(const Arguments& arguments, size_t index) const;
     bool directArgument(const Arguments& arguments) const;
+    double lowestHz() const;
+    double highestHz() const;
+    /// Completes what follows from the family and the settings.
+    CaptureStep completed(CaptureStep step) const;
     CapturePlan listPlan(uint32_t identifier) const;
 
     const UnitOptions& mcOptions;
     const Model& mcModel;
+    const FamilyTraits& mcTraits;
     Faults& mcFaults;
     Capturer& mcCapturer;
     PacketQueue& mcQueue;
     CommandTree mcTree;
+    std::vector<const Command*> mlCommands;  ///< by their numbers in the tree
 
     mutable std::mutex mcLock;
     std::deque<ScpiError> mlErrors;

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <bit>
 #include <cmath>
 
 #include "simulator/instrument.h"
@@ -7,7 +8,8 @@
 namespace vnksim {
 namespace {
 
-constexpr long long kLeastSamples = 256, kMostSamples = 65504;
+constexpr long long kLeastSamples = 256;
+constexpr long long kLeastLevelDbm = -40, kMostLevelDbm = 10;
 constexpr size_t kMostSteps = 65536;
 constexpr size_t kMostEntries = 1000;
 
@@ -69,7 +71,23 @@ Reply Instrument::gainQuery(const Arguments& arguments) {
     return (arguments.integer(0, 1, 2) == 1 ? mcState.gain1 : mcState.gain2) ? "1" : "0";
 }
 
-uint32_t Instrument::decimationArgument(const Arguments& arguments) {
+Reply Instrument::referenceLevel(const Arguments& arguments) {
+    mcState.referenceLevelDbm = static_cast<double>(arguments.integer(0, kLeastLevelDbm, kMostLevelDbm));
+    return {};
+}
+
+Reply Instrument::referenceLevelQuery(const Arguments&) {
+    return formatNumber(mcState.referenceLevelDbm);
+}
+
+uint32_t Instrument::decimationArgument(const Arguments& arguments) const {
+    if (mcTraits.powersOfTwo) {
+        const auto value = static_cast<uint32_t>(arguments.integer(0, 1, kMostDecimation));
+        if (!std::has_single_bit(value)) {
+            throw errors::kOutOfRange;
+        }
+        return value;
+    }
     if (upper(arguments.word(0)) == "OFF") {
         return 1;
     }
@@ -86,20 +104,39 @@ Reply Instrument::decimation(const Arguments& arguments) {
 }
 
 Reply Instrument::decimationQuery(const Arguments&) {
-    return mcState.decimation == 1 ? "OFF" : std::to_string(mcState.decimation);
+    return mcState.decimation == 1 && !mcTraits.powersOfTwo ? "OFF" : std::to_string(mcState.decimation);
+}
+
+double Instrument::lowestHz() const {
+    return mcModel.family == Family::first ? kLowestHz : mcOptions.lowestHz;
+}
+
+double Instrument::highestHz() const {
+    return mcModel.family == Family::first ? mcModel.highestHz : mcOptions.highestHz;
+}
+
+double Instrument::centreArgument(const Arguments& arguments, size_t index) const {
+    return arguments.frequency(index, lowestHz(), highestHz());
 }
 
 Reply Instrument::centre(const Arguments& arguments) {
-    mcState.centreHz = arguments.frequency(0, kLowestHz, mcModel.highestHz);
+    mcState.centreHz = centreArgument(arguments, 0);
     return {};
 }
 
-Reply Instrument::centreQuery(const Arguments&) {
-    return std::to_string(std::llround(mcState.centreHz));
+Reply Instrument::centreQuery(const Arguments& arguments) {
+    if (arguments.size() == 0) {
+        return std::to_string(std::llround(mcState.centreHz));
+    }
+    const std::string limit = upper(arguments.word(0));
+    if (limit != "MIN" && limit != "MAX") {
+        throw errors::kIllegalValue;
+    }
+    return formatNumber(limit == "MIN" ? lowestHz() : highestHz());
 }
 
-uint32_t Instrument::samplesArgument(const Arguments& arguments) {
-    const long long value = arguments.integer(0, kLeastSamples, kMostSamples);
+uint32_t Instrument::samplesArgument(const Arguments& arguments) const {
+    const long long value = arguments.integer(0, kLeastSamples, mcTraits.mostSamples);
     if (value % 32 != 0) {
         throw errors::kOutOfRange;
     }
@@ -117,6 +154,14 @@ Reply Instrument::samplesPerPacketQuery(const Arguments&) {
 
 // --- Continuous capture
 
+CaptureStep Instrument::completed(CaptureStep step) const {
+    step.real = mcTraits.realFullRate && (step.directDigitization || step.decimation == 1);
+    step.referenceLevelDbm =
+        mcTraits.leveledByGains ? referenceLevelDbm(mcOptions.model, step.gain1, step.gain2, step.attenuation)
+                                : mcState.referenceLevelDbm;
+    return step;
+}
+
 Reply Instrument::streamStart(const Arguments& arguments) {
     const auto identifier =
         static_cast<uint32_t>(arguments.size() > 0 ? arguments.integer(0, INT32_MIN, UINT32_MAX) : 0);
@@ -129,7 +174,7 @@ Reply Instrument::streamStart(const Arguments& arguments) {
     step.gain1 = mcState.gain1;
     step.gain2 = mcState.gain2;
     mcState.identifier = identifier;
-    mcCapturer.start(CapturePlan{identifier, false, {step}, 1});
+    mcCapturer.start(CapturePlan{identifier, false, {completed(step)}, 1});
     return {};
 }
 
@@ -179,8 +224,8 @@ Reply Instrument::entryMode(const Arguments& arguments) {
 }
 
 Reply Instrument::entryCentre(const Arguments& arguments) {
-    const double first = arguments.frequency(0, kLowestHz, mcModel.highestHz);
-    const double last = arguments.size() > 1 ? arguments.frequency(1, kLowestHz, mcModel.highestHz) : first;
+    const double first = centreArgument(arguments, 0);
+    const double last = arguments.size() > 1 ? centreArgument(arguments, 1) : first;
     if (last < first) {
         throw errors::kSettingsConflict;
     }
@@ -190,7 +235,7 @@ Reply Instrument::entryCentre(const Arguments& arguments) {
 }
 
 Reply Instrument::entryStep(const Arguments& arguments) {
-    mcEdited.centreStep = static_cast<uint64_t>(std::llround(arguments.frequency(0, 0, mcModel.highestHz)));
+    mcEdited.centreStep = static_cast<uint64_t>(std::llround(arguments.frequency(0, 0, highestHz())));
     return {};
 }
 
@@ -247,7 +292,7 @@ CapturePlan Instrument::listPlan(uint32_t identifier) const {
                 throw errors::kTooMuchData;
             }
             step.centreHz = static_cast<double>(centre);
-            plan.steps.push_back(step);
+            plan.steps.push_back(completed(step));
             if (!stepped) {
                 break;
             }

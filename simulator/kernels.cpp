@@ -111,14 +111,17 @@ void interpolate(std::complex<float>* out, const std::complex<float>* in, const 
     }
 }
 
-bool quantise(uint8_t* out, const float* in, size_t items) {
+bool quantise(uint8_t* out, const float* in, size_t items, unsigned bits) {
+    const int fullScale = 1 << (bits - 1);
+    const float full = static_cast<float>(fullScale);
     int over = 0;
     for (size_t i = 0; i < items; ++i) {
-        float value = in[i] * 8192.0f;
-        over |= static_cast<int>(value > 8191.5f) | static_cast<int>(value < -8192.5f);
-        value = value > 8191.0f ? 8191.0f : value;
-        value = value < -8192.0f ? -8192.0f : value;
-        const int count = static_cast<int>(value + 16384.5f) - 16384;
+        float value = in[i] * full;
+        over |= static_cast<int>(value > full - 0.5f) | static_cast<int>(value < -full - 0.5f);
+        value = value > full - 1.0f ? full - 1.0f : value;
+        value = value < -full ? -full : value;
+        // Above zero the cast rounds as wanted.
+        const int count = static_cast<int>(value + (2 * full + 0.5f)) - 2 * fullScale;
         out[2 * i] = static_cast<uint8_t>(static_cast<unsigned>(count) >> 8);
         out[2 * i + 1] = static_cast<uint8_t>(static_cast<unsigned>(count));
     }

@@ -35,8 +35,8 @@ void scale(float* out, const float* in, float factor, size_t count);
 void interpolate(std::complex<float>* out, const std::complex<float>* in, const float* coefficients,
                  size_t taps, size_t phases, double start, double step, size_t count);
 
-/// Rounds to counts (8192 is full scale), clips to -8192..8191 and stores big-endian 16-bit items.
-/// True when a sample was beyond the range.
-bool quantise(uint8_t* out, const float* in, size_t items);
+/// Rounds to counts of items of `bits` bits (14: 8192 is full scale), clips to what they hold (-8192..8191)
+/// and stores big-endian 16-bit items. True when a sample was beyond the range.
+bool quantise(uint8_t* out, const float* in, size_t items, unsigned bits);
 
 }  // namespace vnksim::kernels

@@ -16,6 +16,9 @@ UnitOptions checked(UnitOptions options) {
     if (findModel(options.model) == nullptr) {
         throw std::invalid_argument("unknown model '" + options.model + "'");
     }
+    if (!(options.lowestHz <= options.highestHz)) {
+        throw std::invalid_argument("the tunable range is upside down");
+    }
     return options;
 }
 

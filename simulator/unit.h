@@ -41,8 +41,9 @@ std::vector<uint8_t> makeCorrectionSet(const std::vector<std::pair<uint32_t, uin
 CorrectionData defaultCorrectionData(uint64_t seed);
 /// The gain in dB that a well-formed set undoes, as a function of the tuned centre (0 in direct digitization)
 /// and of the frequency in the sampled band: that of the first row above the centre, linear between its
-/// points.
-std::function<double(double tunedHz, double placeHz)> gainOfCorrections(const std::vector<uint8_t>& set);
+/// points. `bandHz` is the width of that band: 62.5 MHz, or 122.88 MHz in the second family.
+std::function<double(double tunedHz, double placeHz)> gainOfCorrections(const std::vector<uint8_t>& set,
+                                                                        double bandHz = 62.5e6);
 
 struct UnitOptions {
     std::string address = "127.0.0.1";
@@ -66,11 +67,13 @@ struct UnitOptions {
     unsigned queuedPackets = 3;
     int sendBufferBytes = 512 * 1024;
     bool dither = true;  ///< keep the noise before quantisation at 0.4 counts rms or more
+    /// The range that a unit of the second family tunes and tells.
+    double lowestHz = 9e3, highestHz = 27e9;
     double latitude = 45.3333, longitude = -75.9, altitude = 160;
     CorrectionData corrections = defaultCorrectionData(1);
     /// Gain in dB on the way to the digitizer, by tuned centre (0 in direct digitization) and frequency in
-    /// the sampled band (35 MHz is the tuned centre). None: flat. Wide emitters have that at their middle;
-    /// noise arises behind it.
+    /// the sampled band (35 MHz is the tuned centre, in the second family 61.44 MHz). None: flat. Wide
+    /// emitters have that at their middle; noise arises behind it.
     std::function<double(double tunedHz, double placeHz)> ifGaindB;
 };
 
@@ -90,7 +93,7 @@ struct UnitState {
     uint32_t samplesPerPacket = 0;
     unsigned attenuation = 0;
     bool gain1 = true, gain2 = true;
-    double referenceLevelDbm = 0;  ///< what a DigitizerContext reports
+    double referenceLevelDbm = 0;  ///< what contexts report
     std::vector<SweepEntry> list;
     uint32_t iterations = 1;  ///< 0: endless
     uint32_t identifier = 0;  ///< of the newest capture
@@ -105,12 +108,18 @@ struct UnitState {
     size_t errors = 0;
 };
 
-/// Reference level that the unit reports, in dBm: -20 with both gain stages on, 10 more for each stage that
-/// is off (models without stages count as both on), plus the attenuation in dB.
+/// Reference level that a unit of the first family reports, in dBm: -20 with both gain stages on, 10 more for
+/// each stage that is off (models without stages count as both on), plus the attenuation in dB.
 double referenceLevelDbm(const std::string& model, bool gain1, bool gain2, unsigned attenuation);
 
-/// Names of the models that can be simulated.
+/// The second family has complex samples only, its own rate, and one setting of the level.
+enum class Family { first, second };
+
+/// Names of the models that can be simulated, of the first family before those of the second.
 std::vector<std::string> modelNames();
+std::vector<std::string> modelNames(Family family);
+/// Throws std::invalid_argument on an unknown model.
+Family familyOf(const std::string& model);
 
 /// A simulated unit: SCPI on TCP 37001, packets on TCP 37000, HiSLIP on TCP 4880 with packets on TCP 4881,
 /// discovery on UDP 18331, all at one address.

@@ -122,8 +122,8 @@ TEST_F(Commands, modelsRefuseWhatTheyDoNotHave) {
 }
 
 TEST_F(Commands, everyModelIdentifiesItselfAndTunesToItsEnd) {
-    EXPECT_EQ(vnksim::modelNames().size(), 13u);
-    for (const std::string& model : vnksim::modelNames()) {
+    EXPECT_EQ(vnksim::modelNames(vnksim::Family::first).size(), 13u);
+    for (const std::string& model : vnksim::modelNames(vnksim::Family::first)) {
         startUnit({}, model);
         EXPECT_EQ(mpScpi->ask("*IDN?").value_or("").find("Varnik," + model + " 1.0,"), 0u);
         const char type = model[6];

@@ -38,7 +38,7 @@ class UnitTest : public testing::Test {
         std::vector<std::complex<float>> samples;
         mlPackets = takeData(*mpData, packets);
         for (const WirePacket& packet : mlPackets) {
-            const auto part = packet.iq();
+            const auto part = packet.iq(mfCounts);
             samples.insert(samples.end(), part.begin(), part.end());
         }
         EXPECT_EQ(mpScpi->ask("SYST:ERR?").value_or(""), "0,\"No error\"");
@@ -59,6 +59,7 @@ class UnitTest : public testing::Test {
         return 20 * std::log10(amplitude) + reference + 12.7678;
     }
 
+    float mfCounts = 8192;  ///< of full scale
     vnksim::UnitOptions mcOptions;
     std::unique_ptr<vnksim::Unit> mpUnit;
     std::unique_ptr<Client> mpScpi, mpData;

@@ -112,17 +112,17 @@ uint32_t WirePacket::word(size_t offset) const {
            uint32_t{bytes[offset + 2]} << 8 | bytes[offset + 3];
 }
 
-std::vector<float> WirePacket::items() const {
+std::vector<float> WirePacket::items(float counts) const {
     std::vector<float> values;
     const size_t end = bytes.size() - (hasTrailer() ? 4 : 0);
     for (size_t i = 20; i < end; i += 2) {
-        values.push_back(static_cast<float>(static_cast<int16_t>(bytes[i] << 8 | bytes[i + 1])) / 8192.0f);
+        values.push_back(static_cast<float>(static_cast<int16_t>(bytes[i] << 8 | bytes[i + 1])) / counts);
     }
     return values;
 }
 
-std::vector<std::complex<float>> WirePacket::iq() const {
-    const std::vector<float> values = items();
+std::vector<std::complex<float>> WirePacket::iq(float counts) const {
+    const std::vector<float> values = items(counts);
     std::vector<std::complex<float>> samples;
     for (size_t i = 0; i + 1 < values.size(); i += 2) {
         samples.emplace_back(values[i], values[i + 1]);

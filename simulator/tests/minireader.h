@@ -52,10 +52,10 @@ struct WirePacket {
     uint32_t seconds() const { return word(8); }
     uint64_t picoseconds() const { return longWord(12); }
     uint32_t trailer() const { return word(bytes.size() - 4); }
-    bool isData() const { return stream() == 0x90000003 || stream() == 0x90000005; }
+    bool isData() const { return type() <= 1; }
     /// Payload items, in full scales.
-    std::vector<float> items() const;
-    std::vector<std::complex<float>> iq() const;
+    std::vector<float> items(float counts = 8192) const;
+    std::vector<std::complex<float>> iq(float counts = 8192) const;
 };
 
 /// The next packet of a healthy stream; nothing when none comes in time.

@@ -12,7 +12,7 @@
 #include "receivers/ifbwflatten.h"
 #include "receivers/probe.h"
 #include "zelvar/modeltable.h"
-#include "zelvar/status.h"
+#include "receivers/unitstatus.h"
 
 namespace {
 

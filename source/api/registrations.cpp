@@ -10,6 +10,7 @@
 #include "processors/iqtospectrum.h"
 #include "processors/processortype.h"
 #include "processors/spectrumcharacterization.h"
+#include "quillon/devicetypes.h"
 #include "zelvar/devicetypes.h"
 
 namespace {
@@ -23,6 +24,10 @@ TCPIPTransportType scTCPIP;
 
 ZelvarHiSlipDeviceType scZelvarHiSlip;
 ZelvarRawDeviceType scZelvarRaw;
+QuillonHiSlipDeviceType scQuillonHiSlip;
+QuillonRawDeviceType scQuillonRaw;
+DravikHiSlipDeviceType scDravikHiSlip;
+DravikRawDeviceType scDravikRaw;
 
 ProcessorTypeOf<AMDemodulator> scAMDemodulator{"AMDemodulator"};
 ProcessorTypeOf<FMDemodulator> scFMDemodulator{"FMDemodulator"};

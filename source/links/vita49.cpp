@@ -129,6 +129,16 @@ ReferencePtr<ComplexArray> IFData::getScaledSamples(float fGain) {
     return decodePairs(payload(), kBitsPerItem, fGain, isInverted());
 }
 
+ReferencePtr<FloatArray> IFData::getItems() {
+    if (!mcDecodingContext || !mcBlock)
+        return nullptr;
+    mcDecodingContext->requireDecodable();
+    auto cItems = makeReference<FloatArray>(2 * muSampleCount);
+    static_assert(sizeof(Complex<float>) == 2 * sizeof(float));
+    decodePairs(payload(), kBitsPerItem, 1.0f, isInverted(), reinterpret_cast<Complex<float>*>(cItems->getData()));
+    return cItems;
+}
+
 IFContext::IFContext(ReferencePtr<utils::MemoryBlock> cBlock) : Packet(std::move(cBlock)) {
     VNK_ASSERT_TEXT(!hasHeader() || muPacketType == kIFContext, "muPacketType == kIFContext");
     ContextReader cReader(mcBlock.get());

@@ -103,6 +103,8 @@ class IFData : public Packet, public SampleFields {
     ReferencePtr<ComplexArray> getSamples();
     /// The same samples times the gain, in one pass over the data, and new with each call.
     ReferencePtr<ComplexArray> getScaledSamples(float fGain);
+    /// The samples as I and Q in turn, for blocks that are gathered; new with each call.
+    ReferencePtr<FloatArray> getItems();
 
  private:
     ReferencePtr<DecodingContext> mcDecodingContext;

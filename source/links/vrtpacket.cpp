@@ -57,16 +57,19 @@ bool PacketFields::trailerHas(uint32_t uEnableBit, uint32_t uIndicatorBit) const
 ReferencePtr<ComplexArray> SampleFields::decodePairs(const uint8_t* pItems, uint32_t uBits, float fGain,
                                                      bool bConjugate) {
     auto cSamples = makeReference<ComplexArray>(muSampleCount);
+    decodePairs(pItems, uBits, fGain, bConjugate, cSamples->getData());
+    return cSamples;
+}
+
+void SampleFields::decodePairs(const uint8_t* pItems, uint32_t uBits, float fGain, bool bConjugate,
+                               Complex<float>* pOutput) {
     muPeak = 0;
     if (muSampleCount == 0)
-        return cSamples;
+        return;
     if (bConjugate)
-        muPeak = SampleConversion::convertConjugateScaled(cSamples->getData(), pItems, muSampleCount, uBits,
-                                                          fGain);
+        muPeak = SampleConversion::convertConjugateScaled(pOutput, pItems, muSampleCount, uBits, fGain);
     else
-        muPeak = SampleConversion::convertScaled(&cSamples->getData()->re, pItems, muSampleCount * 2, uBits,
-                                                 fGain);
-    return cSamples;
+        muPeak = SampleConversion::convertScaled(&pOutput->re, pItems, muSampleCount * 2, uBits, fGain);
 }
 
 void CaptureFields::readCapture(utils::MemoryBlock* pBlock) {

@@ -95,6 +95,7 @@ class SampleFields {
     /// Decodes pairs, conjugates them if asked, and multiplies by the gain, in one pass over the data.
     ReferencePtr<ComplexArray> decodePairs(const uint8_t* pItems, uint32_t uBits, float fGain,
                                            bool bConjugate);
+    void decodePairs(const uint8_t* pItems, uint32_t uBits, float fGain, bool bConjugate, Complex<float>* pOutput);
     uint32_t muSampleCount = 0;
     uint32_t muPeak = 0;
 };

@@ -92,10 +92,11 @@ BlockGatherer::Result BlockGatherer::take(const SamplePacket& cPacket) {
         open(cPacket);
     if (muPackets > 1)
         std::copy_n(cPacket.mcSamples->getData(), muValues, mcSamples->getData() + size_t{muTaken} * muValues);
-    if (++muTaken < muPackets)
-        return {Outcome::kTaken, {}};
-    Result cResult{Outcome::kTaken, SweepBlock{muBlockFrequencyHz, muBlockTimeNs, mfReferenceLevel,
-                                               cPacket.mbInverted, std::move(mcSamples), cPacket.muEpoch}};
+    Result cResult{Outcome::kTaken, {}, ++muTaken, muPackets, muBlockFrequencyHz};
+    if (muTaken < muPackets)
+        return cResult;
+    cResult.mcBlock = SweepBlock{muBlockFrequencyHz, muBlockTimeNs, mfReferenceLevel,
+                                 cPacket.mbInverted, std::move(mcSamples), cPacket.muEpoch};
     mcSamples = nullptr;
     return cResult;
 }

@@ -24,6 +24,9 @@ class BlockGatherer {
     struct Result {
         Outcome meOutcome;
         std::optional<SweepBlock> mcBlock;   // one that this packet has completed
+        uint32_t muTaken = 0;                // packets of its block so far,
+        uint32_t muPackets = 0;              // of as many as it has
+        uint64_t muFrequencyHz = 0;          // of its block
     };
 
     /// Forgets the block that is being gathered. Its shape from here on, in values of a float each, and how long a

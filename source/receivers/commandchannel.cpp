@@ -14,6 +14,7 @@ constexpr uint64_t kPollLimitMs = 2000;
 constexpr uint32_t kPollPauseMs = 100;
 
 constexpr int32_t kNoAccess = -6001;
+constexpr int32_t kNoLock = -6002;
 constexpr int32_t kNoBlockMode = -6003;
 constexpr int32_t kNotInBlockMode = -6006;
 
@@ -128,7 +129,21 @@ bool CommandChannel::verifyInBLOCKMode() {
     return true;
 }
 
+bool CommandChannel::dropLinks() {
+    const ReferencePtr<HiSlipProtocol> cHiSLIP = mcHiSLIP.exchange({});
+    const ReferencePtr<SCPIProtocol> cProtocol = mcProtocol.exchange({});
+    if (cHiSLIP)
+        cHiSLIP->close();
+    else if (cProtocol && cProtocol->isOpen())
+        cProtocol->closeTransport();
+    return static_cast<bool>(cHiSLIP);
+}
+
 bool CommandChannel::acquireAccess() {
+    if (const ReferencePtr<HiSlipProtocol> cHiSLIP = mcHiSLIP.get(); cHiSLIP && !cHiSLIP->lock()) {
+        utils::reportError(kNoLock, "HiSlip exclusive lock access failed");
+        return false;
+    }
     if (utils::strip(ask("SYST:LOCK:REQ? ACQ")) != "1") {
         utils::reportError(kNoAccess, mcWords.mpAcquireFailed);
         return false;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "foundations/guardedreference.h"
+#include "links/hislipprotocol.h"
 #include "links/scpiprotocol.h"
 #include "receivers/linkwatch.h"
 
@@ -23,6 +24,11 @@ class CommandChannel : public utils::ReferenceCountedObject {
 
     void setProtocol(ReferencePtr<SCPIProtocol> cProtocol) { mcProtocol.set(std::move(cProtocol)); }
     ReferencePtr<SCPIProtocol> protocol() const { return mcProtocol.get(); }
+    /// What the commands travel over where they do not go raw; access is then its lock as well, and a reopen its own.
+    void setHiSLIP(ReferencePtr<HiSlipProtocol> cHiSLIP) { mcHiSLIP.set(std::move(cHiSLIP)); }
+    /// Closes and lets go of the links, so that whoever still waits on them comes free: a query with a long time-out,
+    /// a send to a unit that reads no more. True when HiSLIP was in use.
+    bool dropLinks();
     void setQueryTimeoutMs(uint32_t uMs) { muQueryTimeoutMs.store(uMs, std::memory_order_relaxed); }
     uint32_t queryTimeoutMs() const { return muQueryTimeoutMs.load(std::memory_order_relaxed); }
     /// Asked between the steps of long waits, so that a stopped receiver thread leaves them early. What the
@@ -51,9 +57,11 @@ class CommandChannel : public utils::ReferenceCountedObject {
     /// A query that leaves the judgement of its reply, and so the stamp, to the caller.
     std::string ask(const std::string& text);
     bool reopenTransport();
+    bool openLinkAnew();
     void noteReset(const std::string& text);
 
     GuardedReference<SCPIProtocol> mcProtocol;
+    GuardedReference<HiSlipProtocol> mcHiSLIP;
     ReferencePtr<LinkWatch> mcWatch;
     CommandWords mcWords;
     std::atomic<uint32_t> muQueryTimeoutMs{1000};

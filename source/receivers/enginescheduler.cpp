@@ -79,7 +79,7 @@ void EngineScheduler::attachSweep(const ReferencePtr<FrameSink>& cSink, const Ma
                                   ErrorList& lMessages) {
     utils::ScopedLock cLock(mcEnginesLock);
     if (findServing(mlSweepEngines, cSink) != mlSweepEngines.end()) {
-        lMessages.push_back("Attempted to re-add spectrum stream");
+        lMessages.push_back(mcWords.mpSweepServed);
         return;
     }
     const ReferencePtr<SweepEngine> cEngine = make();
@@ -237,8 +237,11 @@ void EngineScheduler::haltIQ(const ReferencePtr<IQEngine>& cEngine) {
 bool EngineScheduler::_removeIQEngine(const ReferencePtr<IQEngine>& cEngine) {
     utils::ScopedLock cLock(mcEnginesLock);
     const bool bErased = eraseEngine(mlIQEngines, cEngine);
+    const int iCount = static_cast<int>(mlIQEngines.size());
     cLock.unlock();
-    reportTrace(bErased ? "_removeIQEngine removed engine:true" : "_removeIQEngine removed engine:false");
+    reportTrace(mcWords.mbTellsIQCount
+                    ? formatText("after remove (%s) - mlIQEngines(size=%d)", textOf(bErased), iCount)
+                    : formatText("_removeIQEngine removed engine:%s", textOf(bErased)));
     return bErased;
 }
 
@@ -271,7 +274,7 @@ void EngineScheduler::passSweep(const ReferencePtr<SweepEngine>& cEngine, bool b
         mcHost.recoverAccess();
         return;
     }
-    if (!cEngine->process())
+    if (!cEngine->process() && mcWords.mbSweepsEnd)
         finishSweep(cEngine);
 }
 

@@ -15,16 +15,19 @@ class EngineHost {
     /// Nothing to do: check the link and wait until woken, at most 100 ms.
     virtual void idle() = 0;
     virtual void wake() = 0;
-    virtual bool inhibitsContinuousSweep() const = 0;
+    virtual bool inhibitsContinuousSweep() = 0;
 };
 
-/// Log texts that differ between the families.
+/// What differs between the families: texts, and two ways of the run loop.
 struct SchedulerWords {
     const char* mpLockName;         // "ZelvarReceiver::mcEnginesLock"
     const char* mpIQHaltCompleted;  // "Zelvar::run mcActiveIQ halt sequence completed"
     const char* mpIQProcessEnded;   // "Zelvar::run mcActiveIQ->process returns false"
     const char* mpDetachIQCalled;   // "::_detachIQStream called..."
     const char* mpDetachIQNull;     // "...called with null stream"
+    const char* mpSweepServed;      // "Attempted to re-add spectrum stream"
+    bool mbTellsIQCount = false;    // of the engines that are left when a capture has ended
+    bool mbSweepsEnd = true;        // otherwise a sweep leaves only by detach
 };
 
 /// Decides which single engine of a receiver has the radio, starts it and lets it run. IQ pre-empts sweeps,

@@ -18,6 +18,7 @@ constexpr uint32_t kQuietLimitMs = 5000;
 constexpr uint32_t kStepMs = 10;
 constexpr uint32_t kQuietMs = 100;
 constexpr float kAdaptStepdB = 10.0f;
+constexpr int32_t kUnusablePacketCode = -6019;
 
 unsigned long long addressOf(const void* pObject) {
     return reinterpret_cast<uintptr_t>(pObject);
@@ -31,6 +32,19 @@ void IQCapture::noteLevel(Frame& cFrame, float fLevel) {
     cFrame.setSubOptimal(fLevel < mfLevelLow || fLevel > mfLevelHigh);
     if (fLevel > mfPeakLevel)
         mfPeakLevel = fLevel;
+}
+
+void IQCapture::take(const IQRequest& cRequest, const CapturePlan& cPlan) {
+    mcRequest = cRequest;
+    mcRequest.mfCaptureSec = cPlan.mfCaptureSec;
+    mbFinite = cPlan.muPacketsPerBlock != 0;
+    mfTunedCentreHz = cPlan.mfTunedCentreHz;
+    muCaptureSamples = cPlan.muCaptureSamples;
+    mfSampleRateHz = cPlan.mfSampleRateHz;
+    mcMaxContiguousSec = cPlan.mcMaxContiguousSec;
+    mbContiguous = cPlan.mbContiguous;
+    mfLevelLow = cPlan.mfLevelLow;
+    mfLevelHigh = cPlan.mfLevelHigh;
 }
 
 IQCaptureEngine::IQCaptureEngine(std::string name, ReferencePtr<EngineContext> cContext,
@@ -168,6 +182,68 @@ void IQCaptureEngine::noteIdentifier(uint32_t uIdentifier) {
     cCapture->mbDataValid = bOurs;
 }
 
+void IQCaptureEngine::noteIdentifiers(const VRT::CaptureFields& cFields) {
+    const ReferencePtr<IQCapture> cCapture = capture();
+    const int iExpected = cCapture ? static_cast<int>(cCapture->muIdentifier) : 0;
+    const auto note = [&](const char* pWhat, uint32_t uIdentifier) {
+        if (uIdentifier == VRT::kAbsent32)
+            return;
+        reportTrace(formatText("%s:%d (expected %d)", pWhat, static_cast<int>(uIdentifier), iExpected));
+        noteIdentifier(uIdentifier);
+    };
+    note(mcWords.mpStreamIdentifier, cFields.muStreamIdentifier);
+    note(mcWords.mpSweepIdentifier, cFields.muSweepIdentifier);
+}
+
+// Packets, on the polling thread.
+
+ReferencePtr<IQCapture> IQCaptureEngine::validCapture(const char* pWhenInvalid) {
+    noteData();
+    ReferencePtr<IQCapture> cCapture = capture();
+    if (cCapture && cCapture->mbDataValid)
+        return cCapture;
+    reportTrace(pWhenInvalid);
+    return nullptr;
+}
+
+bool IQCaptureEngine::isUsable(const VRT::PacketFields& cPacket, const VRT::SampleFields& cSamples) {
+    if (cPacket.isComplete() && cSamples.sampleCount() != 0)
+        return true;
+    reportError(kUnusablePacketCode, "IQ IFData packet incomplete or without samples dropped");
+    return false;
+}
+
+bool IQCaptureEngine::isLossy(const VRT::PacketFields& cPacket) {
+    return cPacket.trailerHas(VRT::kSampleLossEnable, VRT::kSampleLoss);
+}
+
+void IQCaptureEngine::deliverSamples(IQCapture& cCapture, const VRT::PacketFields& cPacket,
+                                     const ReferencePtr<ComplexArray>& cSamples, float fLevel) {
+    const uint64_t uZeroth = cCapture.muSamplesDelivered;
+    const ReferencePtr<IQFrame> cFrame =
+        makeReference<IQFrame>(cCapture.takeSequence(), uZeroth, cPacket.timestampNs(), kNanoseconds,
+                               cCapture.mfTunedCentreHz, cCapture.mcRequest.mfIFBWHz, cCapture.mfSampleRateHz,
+                               cCapture.mcRequest.mfRefdBm, cSamples, kUnitsSqrtMilliwatt);
+    cCapture.noteLevel(*cFrame, fLevel);
+    deliverPacket(cCapture, cPacket, cFrame, cSamples->getActive());
+}
+
+// A gap in the frame numbers is how the application learns of lost samples. The samples are counted behind the
+// delivery, so that a capture never looks complete while its last frame is on its way; during a capture only this
+// thread writes the count.
+void IQCaptureEngine::deliverPacket(IQCapture& cCapture, const VRT::PacketFields& cPacket,
+                                    const ReferencePtr<IQFrame>& cFrame, uint32_t uSamples) {
+    if (isLossy(cPacket)) {
+        cFrame->setSequence(cCapture.takeSequence());
+        if ((*cPacket.trailer() >> VRT::kValidDataEnable & 1u) == 0)
+            appendStatus(*cFrame, "invalid");
+    }
+    if (cPacket.trailerHas(VRT::kOverRangeEnable, VRT::kOverRange))
+        appendStatus(*cFrame, "overflow");
+    deliverFrame(cFrame, false);
+    cCapture.muSamplesDelivered += uSamples;
+}
+
 // The turn and the stop.
 
 bool IQCaptureEngine::process() {
@@ -219,7 +295,7 @@ bool IQCaptureEngine::quiesce() {
 void IQCaptureEngine::adaptStep() {
     const ReferencePtr<IQFrameSink> cStream = mcStream.get();
     const ReferencePtr<IQCapture> cCapture = capture();
-    if (!cStream || !cCapture || !cCapture->mbPacketSeen)
+    if (!mcWords.mbAdaptsStep || !cStream || !cCapture || !cCapture->mbPacketSeen)
         return;
     const utils::VariantRecord cParameters = cStream->getParameters();
     if (!cParameters.getBool("adaptStep").value_or(false))

@@ -5,6 +5,8 @@
 #include "flows/iqframesink.h"
 #include "foundations/barrier.h"
 #include "foundations/guardedreference.h"
+#include "links/vrtpacket.h"
+#include "receivers/captureplan.h"
 #include "receivers/engine.h"
 #include "receivers/enginecontext.h"
 #include "receivers/iqrequest.h"
@@ -18,6 +20,7 @@ class IQCapture : public utils::ReferenceCountedObject {
     std::string mcCommands;         // the joined set-up
     std::string mcRefusal;          // why the set-up does not do; empty when it does
     bool mbFinite = false;          // the unit ends the capture by itself
+    float mfTunedCentreHz = 0.0f;
     uint64_t muCaptureSamples = 0;  // 0: endless
     float mfSampleRateHz = 0.0f;
     std::optional<float> mcMaxContiguousSec;
@@ -33,6 +36,8 @@ class IQCapture : public utils::ReferenceCountedObject {
     std::atomic<uint64_t> muSamplesDelivered{0};
     std::atomic<float> mfPeakLevel{kLevelNotMeasured};
 
+    /// Takes over what was chosen.
+    void take(const IQRequest& cRequest, const CapturePlan& cPlan);
     uint32_t takeSequence() { return muSequence.fetch_add(1, std::memory_order_relaxed); }
     /// All samples that were asked for have come.
     bool isComplete() const { return muCaptureSamples != 0 && muSamplesDelivered >= muCaptureSamples; }
@@ -40,12 +45,15 @@ class IQCapture : public utils::ReferenceCountedObject {
     void noteLevel(Frame& cFrame, float fLevel);
 };
 
-/// Log texts that differ between the families.
+/// What differs between the families: log texts, and whether the level is followed between captures.
 struct IQEngineWords {
     const char* mpBadSetup;
     const char* mpStopsAtCount;
     const char* mpForceTerminated;
     const char* mpCompleted;
+    const char* mpStreamIdentifier = "";
+    const char* mpSweepIdentifier = "";
+    bool mbAdaptsStep = true;
 };
 
 /// What the families' IQ engines share: the start and its wait for data, the restart flag, what is written
@@ -89,7 +97,20 @@ class IQCaptureEngine : public IQEngine {
     ReferencePtr<IQCapture> capture() const { return mcCapture.get(); }
     /// A context carried a capture's identifier.
     void noteIdentifier(uint32_t uIdentifier);
+    /// An extension context carried one, or two.
+    void noteIdentifiers(const VRT::CaptureFields& cFields);
     void noteData() { mbDataSeen = true; }
+    /// The capture that a data packet belongs to; null, with the text logged, while its context has not been seen.
+    ReferencePtr<IQCapture> validCapture(const char* pWhenInvalid);
+    /// False, with a report, for a packet that is not whole or holds nothing.
+    static bool isUsable(const VRT::PacketFields& cPacket, const VRT::SampleFields& cSamples);
+    /// Makes the frame of a packet of complex samples and delivers it.
+    void deliverSamples(IQCapture& cCapture, const VRT::PacketFields& cPacket, const ReferencePtr<ComplexArray>& cSamples,
+                        float fLevel);
+    /// Marks the frame with what the trailer says, and delivers it.
+    void deliverPacket(IQCapture& cCapture, const VRT::PacketFields& cPacket, const ReferencePtr<IQFrame>& cFrame,
+                       uint32_t uSamples);
+    static bool isLossy(const VRT::PacketFields& cPacket);
     static void appendStatus(Frame& cFrame, const char* pText);
     /// A detach has asked for the end, or has taken the stream away.
     bool isEnding() const;

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <functional>
+
 #include "foundations/clock.h"
+#include "foundations/referencecountedobject.h"
 
 /// Waits after a stop until no old packets are left in the pipe: five quiet passes of 20 ms in a row, at most
 /// 200 passes. Packets are still parsed and dispatched meanwhile.
@@ -13,4 +16,11 @@ void drainVRTData(DataProtocol& cProtocol) {
     }
     cProtocol.clearBuffer();
     cProtocol.setDrain(false);
+}
+
+/// The same for the protocol that `present` gives; nothing without one.
+template <typename DataProtocol>
+void drainInputOf(const std::function<ReferencePtr<DataProtocol>()>& present) {
+    if (const ReferencePtr<DataProtocol> cProtocol = present ? present() : nullptr)
+        drainVRTData(*cProtocol);
 }

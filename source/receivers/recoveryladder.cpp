@@ -35,16 +35,24 @@ bool CommandChannel::recoverAccess() {
 }
 
 bool CommandChannel::reopenTransport() {
-    const ReferencePtr<SCPIProtocol> cProtocol = protocol();
-    if (cProtocol) {
-        // A link that the unit has reset cannot be shut down in order; it is opened anew all the same.
-        cProtocol->closeTransport();
-        if (cProtocol->openTransport()) {
-            utils::reportError(kLadder, "Transport close/reopen succeeded");
-            if (acquireAccess())
-                return true;
-        }
+    if (openLinkAnew()) {
+        utils::reportError(kLadder, "Transport close/reopen succeeded");
+        if (acquireAccess())
+            return true;
     }
     utils::reportError(kLadder, "Transport close/reopen failed.");
     return false;
+}
+
+// A link that the unit has reset cannot be shut down in order; it is opened anew all the same.
+bool CommandChannel::openLinkAnew() {
+    if (const ReferencePtr<HiSlipProtocol> cHiSLIP = mcHiSLIP.get()) {
+        cHiSLIP->close();
+        return cHiSLIP->reopen();
+    }
+    const ReferencePtr<SCPIProtocol> cProtocol = protocol();
+    if (!cProtocol)
+        return false;
+    cProtocol->closeTransport();
+    return cProtocol->openTransport();
 }

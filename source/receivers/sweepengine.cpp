@@ -58,6 +58,16 @@ SweepCaptureEngine::~SweepCaptureEngine() {
     releaseSinks();
 }
 
+void SweepCaptureEngine::endEngine() {
+    try {
+        if (holdsList())
+            stop();
+    } catch (const std::exception&) {
+        // No memory for the words: the unit stops when the link goes.
+    }
+    releaseSinks();
+}
+
 bool SweepCaptureEngine::serves(const FrameSink* pSink) const {
     return pSink && mcStream.get().get() == pSink;
 }
@@ -239,6 +249,16 @@ void SweepCaptureEngine::linkChanged() {
 
 // Packets, on the polling thread.
 
+void SweepCaptureEngine::noteExtension(const VRT::CaptureFields& cFields) {
+    mcGatherer.noteStart();
+    if (cFields.muStreamIdentifier == VRT::kAbsent32) {
+        reportTrace("Sweep ExtensionContext");
+        return;
+    }
+    reportTrace(formatText("Sweep ExtensionContext with stream ID:%d", static_cast<int>(cFields.muStreamIdentifier)));
+    noteIdentifier(cFields.muStreamIdentifier);
+}
+
 void SweepCaptureEngine::noteIdentifier(uint32_t uIdentifier) {
     muSeenIdentifier = uIdentifier;
     if (isDataValid())
@@ -277,6 +297,7 @@ void SweepCaptureEngine::gather(const SamplePacket& cPacket) {
             break;
     }
     reportTrace(mcWords.mpValidData);
+    noteTaken(cResult);
     if (!cResult.mcBlock) {
         mcReconstructionThreadBarrier.signal();   // no block yet, but there is data
         return;
@@ -322,6 +343,28 @@ std::optional<SweepBlock> SweepCaptureEngine::takeBlock() {
     return cBlock;
 }
 
+/// Up to the next first block, if there are more blocks than a sweep has.
+bool SweepCaptureEngine::dropToNextSweep(const SweepPlan& cPlan) {
+    std::list<SweepBlock> lDropped;   // freed outside the lock
+    utils::ScopedLock cLock(mcSpectrumFrameAssemblyLock);
+    if (mlQueue.size() <= cPlan.muStepCount)
+        return false;
+    auto itNext = mlQueue.begin();
+    while (itNext != mlQueue.end() && itNext->muFrequencyHz != cPlan.muCentreFirst)
+        ++itNext;
+    lDropped.splice(lDropped.end(), mlQueue, mlQueue.begin(), itNext);
+    cLock.unlock();
+    return true;
+}
+
+std::optional<SweepBlock> SweepCaptureEngine::takeNextBlock(const SweepPlan& cPlan) {
+    std::optional<SweepBlock> cBlock = takeBlock();
+    const bool bFirst = cBlock && cBlock->muFrequencyHz == cPlan.muCentreFirst;
+    if (mcWords.mbCatchesUp && bFirst && dropToNextSweep(cPlan))
+        cBlock = takeBlock();
+    return cBlock;
+}
+
 // Spectra, on the receiver thread.
 
 bool SweepCaptureEngine::process() {
@@ -345,7 +388,7 @@ bool SweepCaptureEngine::process() {
         if (mbContinuous ? utils::steadyMilliseconds() >= uTurnEnds
                          : uBlocks >= kMostPasses * cConfiguration->mcPlan.muTotalExpectedBlocks)
             return true;
-        const std::optional<SweepBlock> cBlock = takeBlock();
+        const std::optional<SweepBlock> cBlock = takeNextBlock(cConfiguration->mcPlan);
         if (!cBlock) {
             if (mcReconstructionThreadBarrier.wait(kNoDataUs)) {
                 muSilences = 0;
@@ -501,10 +544,13 @@ bool SweepCaptureEngine::hasChanged(const utils::VariantRecord& cNew) const {
     const std::optional<float> fRBW = cNew.getNumber("RBWHz");
     if (fRBW && std::fabs(*fRBW - cPlan.mfActualRBW) > std::fabs((cPlan.mfActualRBW + *fRBW) * 0.025f))
         return true;
+    if (differs("FMinHz", cPlan.mfFStart) || differs("FMaxHz", cPlan.mfFStop))
+        return true;
+    if (mcWords.mbFollowsEdgesOnly)
+        return false;
     const std::optional<std::string> window = cNew.getText("WindowFn");
     const std::optional<bool> bFlowControl = cNew.getBool("flowControl");
-    return differs("FMinHz", cPlan.mfFStart) || differs("FMaxHz", cPlan.mfFStop) ||
-           differs("RefdBm", cRequest.mfRefdBm) || (window && *window != cRequest.mcWindowName) ||
+    return differs("RefdBm", cRequest.mfRefdBm) || (window && *window != cRequest.mcWindowName) ||
            (bFlowControl && *bFlowControl != cRequest.mbFlowControl);
 }
 

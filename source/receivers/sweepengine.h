@@ -6,6 +6,7 @@
 #include "flows/spectrumframesink.h"
 #include "foundations/barrier.h"
 #include "foundations/guardedreference.h"
+#include "links/vrtpacket.h"
 #include "receivers/blockgatherer.h"
 #include "receivers/engine.h"
 #include "receivers/enginecontext.h"
@@ -27,13 +28,15 @@ class SweepConfiguration : public utils::ReferenceCountedObject {
     virtual bool reconstruct(const SweepBlock& cBlock, uint32_t uPlace, float fUserCaldB, float* pOutput) = 0;
 };
 
-/// Log texts that differ between the families.
+/// What differs between the families: log texts, and how far parameters and backlog are followed.
 struct SweepEngineWords {
     const char* mpBadSetup;
     const char* mpInvalidData;   // data before the first context of this sweep
     const char* mpNoData;
     const char* mpWrongSize;
     const char* mpValidData;
+    bool mbFollowsEdgesOnly = false;   // a new span or resolution bandwidth plans anew, nothing else
+    bool mbCatchesUp = false;          // a consumer that is behind by a sweep leaves it out
 };
 
 /// What the families' sweep engines share: planning when parameters have changed, programming when the unit
@@ -72,10 +75,16 @@ class SweepCaptureEngine : public SweepEngine {
     virtual void sendList(const SweepConfiguration& cConfiguration, bool bEndless) = 0;
     /// Waits until no old packets are left in the input.
     virtual void drainInput() = 0;
+    /// A packet has gone into a block: for the log of a family that tells more of it.
+    virtual void noteTaken(const BlockGatherer::Result&) {}
+    /// What the destructor of a family does: the unit stops, and nothing of the engine is called from then on.
+    void endEngine();
     CommandChannel& channel() { return mcContext->channel(); }
 
     // Packets, on the polling thread.
     void noteIdentifier(uint32_t uIdentifier);
+    /// A context that stands in front of a list.
+    void noteExtension(const VRT::CaptureFields& cFields);
     bool isDataValid() const;
     BlockGatherer& gatherer() { return mcGatherer; }
     /// The epoch is the gatherer's from before the data was found valid: none of an earlier list slips through.
@@ -96,6 +105,8 @@ class SweepCaptureEngine : public SweepEngine {
     bool hasChanged(const utils::VariantRecord& cNew) const;
     void queueBlock(SweepBlock cBlock, const SweepConfiguration& cConfiguration);
     std::optional<SweepBlock> takeBlock();
+    std::optional<SweepBlock> takeNextBlock(const SweepPlan& cPlan);
+    bool dropToNextSweep(const SweepPlan& cPlan);
     void clearQueue();
     void dropSpectrum();
     void gather(const SamplePacket& cPacket);

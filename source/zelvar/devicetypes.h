@@ -1,19 +1,17 @@
 #pragma once
 
-#include "receivers/devicetype.h"
+#include "receivers/devicetypeof.h"
+#include "zelvar/modeltable.h"
+#include "zelvar/zelvarreceiver.h"
 
-/// Accepts nothing, so that a unit is always opened raw; can build its receiver all the same.
-class ZelvarHiSlipDeviceType : public DeviceType {
+class ZelvarHiSlipDeviceType : public HiSlipDeviceTypeOf<ZelvarReceiver> {
  public:
-    ZelvarHiSlipDeviceType() : DeviceType("Zelvar-HiSlip") {}
-    bool accepts(const std::string& model) const override;
-    ReferencePtr<Device> create(const std::string& connectionType, const std::string& address) override;
+    ZelvarHiSlipDeviceType() : HiSlipDeviceTypeOf("Zelvar-HiSlip") {}
 };
 
-class ZelvarRawDeviceType : public DeviceType {
+class ZelvarRawDeviceType : public RawDeviceTypeOf<ZelvarReceiver> {
  public:
-    ZelvarRawDeviceType() : DeviceType("Zelvar-Raw") {}
+    ZelvarRawDeviceType() : RawDeviceTypeOf("Zelvar-Raw") {}
     /// The text holds any of the family's model names.
-    bool accepts(const std::string& model) const override;
-    ReferencePtr<Device> create(const std::string& connectionType, const std::string& address) override;
+    bool accepts(const std::string& model) const override { return namesAnyModel(model); }
 };

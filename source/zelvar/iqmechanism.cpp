@@ -13,7 +13,6 @@ using namespace VITA49Zelvar;
 
 namespace {
 
-constexpr int32_t kUnusablePacketCode = -6019;
 constexpr float kNoReference = -1000.0f;
 constexpr float kHertzPerStep = 0x1p-20f;
 constexpr float kFullScale = 8192.0f;
@@ -28,15 +27,10 @@ constexpr IQEngineWords kWords = {
     "::process issuing stop for non-self-terminating finite IQ capture",
     "::process stream force-terminated",
     "::process finite capture completed",
+    "IQ handleExtensionContext (cont) streamID",
+    "IQ handleExtensionContext (finite) sweepID",
 };
 
-bool hasTrailerBit(const Packet& cPacket, uint32_t uBit) {
-    return cPacket.trailer() && (*cPacket.trailer() >> uBit & 1u) != 0;
-}
-
-bool isLossy(const Packet& cPacket) {
-    return cPacket.trailerHas(kSampleLossEnable, kSampleLoss);
-}
 bool isInverted(const Packet& cPacket) {
     return cPacket.trailerHas(kInversionEnable, kInversion);
 }
@@ -44,13 +38,6 @@ bool isInverted(const Packet& cPacket) {
 /// Of the samples at the unit's full scale; minus infinity for a packet of zeros.
 float levelOf(const IFData& cPacket) {
     return 20.0f * std::log10(static_cast<float>(cPacket.peak()) / kFullScale);
-}
-
-bool isUsable(const IFData& cPacket) {
-    if (cPacket.isComplete() && cPacket.sampleCount() != 0)
-        return true;
-    reportError(kUnusablePacketCode, "IQ IFData packet incomplete or without samples dropped");
-    return false;
 }
 
 }  // namespace
@@ -129,28 +116,19 @@ ReferencePtr<IQCapture> _IQMechanism::plan(const IQRequest& cRequest) {
         return nullptr;
     }
     const ReferencePtr<ZelvarIQCapture> cCapture = makeReference<ZelvarIQCapture>();
-    cCapture->mbFinite = cPlan->muPacketsPerBlock != 0;
+    cCapture->take(cRequest, *cPlan);
     cCapture->mcCommands =
         cCapture->mbFinite ? finiteIQCommands(*cPlan, mcModel) : continuousIQCommands(*cPlan, mcModel);
     if (cPlan->muDecimation == 1 && !mcModel.mbDecimationOffAllowed)
         cCapture->mcRefusal =
             formatText("Decimation error for - IQ F:%.0f, B:%.0f is unrealizable",
                        static_cast<double>(cRequest.mfCentreHz), static_cast<double>(cRequest.mfIFBWHz));
-    cCapture->mcRequest = cRequest;
-    cCapture->mcRequest.mfCaptureSec = cPlan->mfCaptureSec;
-    cCapture->muCaptureSamples = cPlan->muCaptureSamples;
-    cCapture->mfSampleRateHz = cPlan->mfSampleRateHz;
-    cCapture->mcMaxContiguousSec = cPlan->mcMaxContiguousSec;
-    cCapture->mbContiguous = cPlan->mbContiguous;
-    cCapture->mfLevelLow = cPlan->mfLevelLow;
-    cCapture->mfLevelHigh = cPlan->mfLevelHigh;
     cCapture->mcPlan = std::move(*cPlan);
     return cCapture;
 }
 
 void _IQMechanism::drainInput() {
-    if (const ReferencePtr<VITA49ZelvarProtocol> cProtocol = mcDataProtocol ? mcDataProtocol() : nullptr)
-        drainVRTData(*cProtocol);
+    drainInputOf(mcDataProtocol);
 }
 
 // Packets, on the polling thread.
@@ -175,45 +153,12 @@ void _IQMechanism::handleExtensionContext(ReferencePtr<ExtensionContext> cPacket
     if (const ReferencePtr<_RLAMechanism> cRLA = mcRLA.get())
         return cRLA->handleExtensionContext(cPacket);
     reportTrace("IQ handleExtensionContext");
-    const ReferencePtr<IQCapture> cCapture = capture();
-    const int iExpected = cCapture ? static_cast<int>(cCapture->muIdentifier) : 0;
-    if (cPacket->muStreamIdentifier != kAbsent32) {
-        reportTrace(formatText("IQ handleExtensionContext (cont) streamID:%d (expected %d)",
-                               static_cast<int>(cPacket->muStreamIdentifier), iExpected));
-        noteIdentifier(cPacket->muStreamIdentifier);
-    }
-    if (cPacket->muSweepIdentifier != kAbsent32) {
-        reportTrace(formatText("IQ handleExtensionContext (finite) sweepID:%d (expected %d)",
-                               static_cast<int>(cPacket->muSweepIdentifier), iExpected));
-        noteIdentifier(cPacket->muSweepIdentifier);
-    }
+    noteIdentifiers(*cPacket);
 }
 
 ReferencePtr<ZelvarIQCapture> _IQMechanism::validCapture(const char* pWhenInvalid) {
-    noteData();
-    const ReferencePtr<IQCapture> cCapture = capture();
-    if (cCapture && cCapture->mbDataValid)
-        return ReferencePtr<ZelvarIQCapture>(static_cast<ZelvarIQCapture*>(cCapture.get()));
-    reportTrace(pWhenInvalid);
-    return nullptr;
-}
-
-// A gap in the frame numbers is how the application learns of lost samples.
-void _IQMechanism::applyTrailer(IQFrame& cFrame, IQCapture& cCapture, const Packet& cPacket) {
-    if (isLossy(cPacket)) {
-        cFrame.setSequence(cCapture.takeSequence());
-        if (!hasTrailerBit(cPacket, kValidDataEnable))
-            appendStatus(cFrame, "invalid");
-    }
-    if (cPacket.trailerHas(kOverRangeEnable, kOverRange))
-        appendStatus(cFrame, "overflow");
-}
-
-// Counted behind the delivery, so that a capture never looks complete while its last frame is on its way.
-// During a capture only this thread writes the count.
-void _IQMechanism::deliver(IQCapture& cCapture, const ReferencePtr<IQFrame>& cFrame, uint32_t uSamples) {
-    deliverFrame(cFrame, false);
-    cCapture.muSamplesDelivered += uSamples;
+    return ReferencePtr<ZelvarIQCapture>(
+        static_cast<ZelvarIQCapture*>(IQCaptureEngine::validCapture(pWhenInvalid).get()));
 }
 
 void _IQMechanism::handleIFDataIQ14(ReferencePtr<IFDataIQ14> cPacket) {
@@ -221,19 +166,11 @@ void _IQMechanism::handleIFDataIQ14(ReferencePtr<IFDataIQ14> cPacket) {
         return cRLA->handleIFDataIQ14(cPacket);
     const ReferencePtr<ZelvarIQCapture> cCapture =
         validCapture("IQ handleIFDataIQ14 with mbIQStreamDataValid==false");
-    if (!cCapture || !isUsable(*cPacket))
+    if (!cCapture || !isUsable(*cPacket, *cPacket))
         return;
-    const IQPlan& cPlan = cCapture->mcPlan;
     const ReferencePtr<ComplexArray> cSamples =
         cPacket->getScaledSamples(cCapture->gainFor(mfDigitizerReference), isInverted(*cPacket));
-    const uint64_t uZeroth = cCapture->muSamplesDelivered;
-    const ReferencePtr<IQFrame> cFrame =
-        makeReference<IQFrame>(cCapture->takeSequence(), uZeroth, cPacket->timestampNs(), kNanoseconds,
-                               cPlan.mfTunedCentreHz, cCapture->mcRequest.mfIFBWHz, cPlan.mfSampleRateHz,
-                               cCapture->mcRequest.mfRefdBm, cSamples, kUnitsSqrtMilliwatt);
-    cCapture->noteLevel(*cFrame, levelOf(*cPacket));
-    applyTrailer(*cFrame, *cCapture, *cPacket);
-    deliver(*cCapture, cFrame, cPacket->sampleCount());
+    deliverSamples(*cCapture, *cPacket, cSamples, levelOf(*cPacket));
 }
 
 void _IQMechanism::handleIFDataI14(ReferencePtr<IFDataI14> cPacket) {
@@ -241,7 +178,7 @@ void _IQMechanism::handleIFDataI14(ReferencePtr<IFDataI14> cPacket) {
         return cRLA->handleIFDataI14(cPacket);
     const ReferencePtr<ZelvarIQCapture> cCapture =
         validCapture("IQ handleIFDataI14 with mbIQStreamDataValid==false");
-    if (!cCapture || (cPacket && !isUsable(*cPacket)))
+    if (!cCapture || (cPacket && !isUsable(*cPacket, *cPacket)))
         return;
     const ReferencePtr<IOnlyFrame> cReal = _interpretI14(*cCapture, cPacket);
     const ReferencePtr<IQFrame> cFrame = cReal ? cReal->getIQ(cCapture->mcConversion) : nullptr;
@@ -249,8 +186,8 @@ void _IQMechanism::handleIFDataI14(ReferencePtr<IFDataI14> cPacket) {
         return;
     cFrame->setLevel(cReal->level());
     cFrame->setSubOptimal(cReal->isSubOptimal());
-    applyTrailer(*cFrame, *cCapture, *cPacket);  // takes a second number for the same loss, deliberately
-    deliver(*cCapture, cFrame, cPacket->sampleCount());
+    // Takes a second number for the same loss, deliberately.
+    deliverPacket(*cCapture, *cPacket, cFrame, cPacket->sampleCount());
 }
 
 ReferencePtr<IOnlyFrame> _IQMechanism::_interpretI14(ZelvarIQCapture& cCapture,
@@ -274,16 +211,4 @@ ReferencePtr<IOnlyFrame> _IQMechanism::_interpretI14(ZelvarIQCapture& cCapture,
                                   cCapture.mcRequest.mfRefdBm, cBand, cSamples, kUnitsSqrtMilliwatt);
     cCapture.noteLevel(*cFrame, levelOf(*cI14));
     return cFrame;
-}
-
-ReferencePtr<IQEngine> makeZelvarIQEngine(ReferencePtr<EngineContext> cContext,
-                                          ReferencePtr<IQFrameSink> cStream, const ModelRecord& cModel,
-                                          const StreamRanges& cRanges,
-                                          std::function<ReferencePtr<VITA49ZelvarProtocol>()> dataProtocol) {
-    return ReferencePtr<IQEngine>(
-        new _IQMechanism(std::move(cContext), std::move(cStream), cModel, cRanges, std::move(dataProtocol)));
-}
-
-ZelvarPacketListener* packetListener(IQEngine& cEngine) {
-    return dynamic_cast<_IQMechanism*>(&cEngine);
 }

@@ -56,8 +56,6 @@ class _IQMechanism final : public IQCaptureEngine, public ZelvarPacketListener {
 
  private:
     ReferencePtr<ZelvarIQCapture> validCapture(const char* pWhenInvalid);
-    void deliver(IQCapture& cCapture, const ReferencePtr<IQFrame>& cFrame, uint32_t uSamples);
-    static void applyTrailer(IQFrame& cFrame, IQCapture& cCapture, const VITA49Zelvar::Packet& cPacket);
     ReferencePtr<IOnlyFrame> _interpretI14(ZelvarIQCapture& cCapture,
                                            const ReferencePtr<VITA49Zelvar::IFDataI14>& cI14);
 
@@ -70,12 +68,3 @@ class _IQMechanism final : public IQCaptureEngine, public ZelvarPacketListener {
     std::atomic<float> mfReportedTuningHz{0.0f};
     std::atomic<float> mfDigitizerReference{-30.0f};
 };
-
-/// Makes the engine for an IQ stream. `dataProtocol` gives the present data protocol, null while there is
-/// none.
-ReferencePtr<IQEngine> makeZelvarIQEngine(ReferencePtr<EngineContext> cContext,
-                                          ReferencePtr<IQFrameSink> cStream, const ModelRecord& cModel,
-                                          const StreamRanges& cRanges,
-                                          std::function<ReferencePtr<VITA49ZelvarProtocol>()> dataProtocol);
-/// The packet side of an engine made above.
-ZelvarPacketListener* packetListener(IQEngine& cEngine);

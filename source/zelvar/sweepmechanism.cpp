@@ -87,13 +87,7 @@ _SweepMechanism::_SweepMechanism(ReferencePtr<EngineContext> cContext,
       mcFlatten(std::move(cFlatten)) {}
 
 _SweepMechanism::~_SweepMechanism() {
-    try {
-        if (holdsList())
-            stop();
-    } catch (const std::exception&) {
-        // No memory for the words: the unit stops when the link goes.
-    }
-    releaseSinks();
+    endEngine();
 }
 
 ReferencePtr<SweepConfiguration> _SweepMechanism::configure(const SweepRequest& cRequest,
@@ -113,8 +107,7 @@ void _SweepMechanism::sendList(const SweepConfiguration& cConfiguration, bool bE
 }
 
 void _SweepMechanism::drainInput() {
-    if (const ReferencePtr<VITA49ZelvarProtocol> cProtocol = mcDataProtocol ? mcDataProtocol() : nullptr)
-        drainVRTData(*cProtocol);
+    drainInputOf(mcDataProtocol);
 }
 
 void _SweepMechanism::handleReceiverContext(ReferencePtr<ReceiverContext> cPacket) {
@@ -131,14 +124,7 @@ void _SweepMechanism::handleDigitizerContext(ReferencePtr<DigitizerContext> cPac
 }
 
 void _SweepMechanism::handleExtensionContext(ReferencePtr<ExtensionContext> cPacket) {
-    gatherer().noteStart();
-    if (cPacket->muStreamIdentifier == kAbsent32) {
-        reportTrace("Sweep ExtensionContext");
-        return;
-    }
-    reportTrace(formatText("Sweep ExtensionContext with stream ID:%d",
-                           static_cast<int>(cPacket->muStreamIdentifier)));
-    noteIdentifier(cPacket->muStreamIdentifier);
+    noteExtension(*cPacket);
 }
 
 void _SweepMechanism::handleIFDataI14(ReferencePtr<IFDataI14> cPacket) {

@@ -23,7 +23,7 @@ using vnktest::takeLogTexts;
 namespace {
 
 constexpr SchedulerWords kWords = {"Test::mcEnginesLock", "halt completed", "process ended", "detach called",
-                                   "null stream"};
+                                   "null stream", "Attempted to re-add spectrum stream"};
 
 class SchedulerTest : public testing::Test {
  protected:

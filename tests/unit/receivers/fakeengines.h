@@ -36,7 +36,7 @@ class FakeHost : public EngineHost {
     }
     void idle() override { mcEvents.add("idle"); }
     void wake() override { ++muWakes; }
-    bool inhibitsContinuousSweep() const override { return mbInhibit; }
+    bool inhibitsContinuousSweep() override { return mbInhibit; }
     std::atomic<uint32_t> muWakes{0};
     std::atomic<bool> mbInhibit{false};
 

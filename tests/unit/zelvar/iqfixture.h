@@ -65,9 +65,9 @@ class IQMechanismFixture : public testing::Test {
     }
     ~IQMechanismFixture() override { mcSCPI->mcOnSend = nullptr; }
     void make(const std::string& model) {
-        mcEngine = makeZelvarIQEngine(mcContext, mcStream, *findModel(model), kRanges,
+        mcEngine = makeReference<_IQMechanism>(mcContext, mcStream, *findModel(model), kRanges,
                                       [this] { return mcDataProtocol; });
-        mpListener = packetListener(*mcEngine);
+        mpListener = static_cast<_IQMechanism*>(mcEngine.get());
         mcEngine->takeInStream();
         takeLog(true);
     }

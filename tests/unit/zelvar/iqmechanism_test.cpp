@@ -77,7 +77,7 @@ TEST_F(IQMechanismTest, AnUnrealizableRequestIsLoggedAndNothingIsSent) {
     set("FCentreHz", 2e10f);
     StreamRanges cNarrow = kRanges;
     cNarrow.mcCentreHz.mfMaximum = 8e9f;
-    const auto cEngine = makeZelvarIQEngine(mcContext, mcStream, *findModel("ZV100-A"), cNarrow, nullptr);
+    const auto cEngine = makeReference<_IQMechanism>(mcContext, mcStream, *findModel("ZV100-A"), cNarrow, nullptr);
     takeLog(true);
     EXPECT_FALSE(cEngine->start());
     EXPECT_THAT(takeLogTexts(), ElementsAre("IQ FCentreHz:20000000000, IFBWHz:20000000 is unrealizable"));
@@ -94,7 +94,7 @@ TEST_F(IQMechanismTest, DirectDigitizationWithoutDecimationOffIsRefused) {
     cRecord.set("IFBWHz", 1e6f);
     ErrorList lErrors;
     ASSERT_TRUE(cStream->setSinkParameters(cRecord, lErrors, true));
-    const auto cEngine = makeZelvarIQEngine(mcContext, cStream, cModel, kRanges, nullptr);
+    const auto cEngine = makeReference<_IQMechanism>(mcContext, cStream, cModel, kRanges, nullptr);
     EXPECT_FALSE(cEngine->start());
     EXPECT_THAT(takeLogTexts(), Contains("Decimation error for - IQ F:10000000, B:1000000 is unrealizable"));
     EXPECT_THAT(mcSCPI->take(), IsEmpty());

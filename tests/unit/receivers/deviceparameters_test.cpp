@@ -1,4 +1,4 @@
-#include "zelvar/deviceparameters.h"
+#include "receivers/deviceparameters.h"
 
 #include <gtest/gtest.h>
 
@@ -25,7 +25,7 @@ class Settings : public testing::Test {
     }
     std::vector<std::string> set(utils::VariantRecord cRecord) {
         ErrorList lErrors;
-        takeDeviceParameters(cRecord, lErrors, {*mcChannel, mcStatus, mbInhibit});
+        takeDeviceParameters(cRecord, lErrors, {*mcChannel, mcStatus, &mbInhibit});
         mlLeft = cRecord.keys();
         return lErrors;
     }
@@ -33,7 +33,7 @@ class Settings : public testing::Test {
     ReferencePtr<LinkWatch> mcWatch = makeReference<LinkWatch>();
     ReferencePtr<CommandChannel> mcChannel =
         makeReference<CommandChannel>(mcWatch, CommandWords{"Cannot obtain acquisition access"});
-    ZelvarStatus mcStatus{mcWatch};
+    UnitStatus mcStatus{mcWatch};
     std::atomic<bool> mbInhibit{false};
     std::list<std::string> mlLeft;
 };
@@ -111,7 +111,7 @@ TEST(DeviceSchema, ListsTheValuesThatCanBeGiven) {
 }
 
 TEST(DeviceParameters, PositionIsShownWhileItIsValid) {
-    ZelvarStatusFields cStatus;
+    UnitStatusFields cStatus;
     cStatus.muGNSSEpochMs = 1700000000000;
     cStatus.muGNSSTimeNs = 1700000000123456789;
     const DeviceState cState = {125e6f, true, false, true, 1000, true};
@@ -139,7 +139,7 @@ TEST(DeviceParameters, PositionIsShownWhileItIsValid) {
 
 TEST(DeviceParameters, WithoutAPositionReceiverShowNoneOfItsKeys) {
     utils::VariantRecord cRecord;
-    ZelvarStatusFields cStatus;
+    UnitStatusFields cStatus;
     cStatus.mbGNSSValid = true;
     addDeviceParameters(cRecord, {125e6f, false, false, false, 1000, false}, cStatus);
     for (const char* pKey : kGNSSKeys)

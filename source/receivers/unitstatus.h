@@ -11,8 +11,8 @@
 #include "links/vita49zelvar.h"
 #include "receivers/linkwatch.h"
 
-/// What a unit of the first family has told of itself, as of the last reports.
-struct ZelvarStatusFields {
+/// What a unit has told of itself, as of the last reports.
+struct UnitStatusFields {
     uint64_t muGNSSEpochMs = 0;  // of the system's clock
     bool mbGNSSValid = false;
     uint64_t muGNSSTimeNs = 0;
@@ -67,18 +67,18 @@ bool hasOption(std::string_view reply, std::string_view option);
 
 /// Keeps the status of a unit and asks for it. Any thread: parameters are read on callers' threads, positions
 /// also come with the stream on the polling thread. No lock is held while the unit is asked.
-class ZelvarStatus {
+class UnitStatus {
  public:
     static constexpr uint64_t kRefreshMs = 10000;
 
     /// Each reply stamps the watch.
-    explicit ZelvarStatus(ReferencePtr<LinkWatch> cWatch,
+    explicit UnitStatus(ReferencePtr<LinkWatch> cWatch,
                           std::function<uint64_t()> steadyMs = utils::steadyMilliseconds);
 
     void setGNSSFitted(bool bFitted) { mbGNSSFitted.store(bFitted, std::memory_order_relaxed); }
     bool isGNSSFitted() const { return mbGNSSFitted.load(std::memory_order_relaxed); }
 
-    ZelvarStatusFields fields() const;
+    UnitStatusFields fields() const;
     /// Changes fields with the lock held.
     template <typename Change>
     void change(Change apply) {
@@ -98,15 +98,15 @@ class ZelvarStatus {
  private:
     std::optional<std::string> ask(SCPIProtocol& cProtocol, const char* pQuery);
     void readMapped(SCPIProtocol& cProtocol, const char* pQuery, ValueTable cTable,
-                    std::string ZelvarStatusFields::*pField);
-    void readText(SCPIProtocol& cProtocol, const char* pQuery, std::string ZelvarStatusFields::*pField);
+                    std::string UnitStatusFields::*pField);
+    void readText(SCPIProtocol& cProtocol, const char* pQuery, std::string UnitStatusFields::*pField);
     void readGNSSSettings(SCPIProtocol& cProtocol);
 
     ReferencePtr<LinkWatch> mcWatch;
     std::function<uint64_t()> mcSteadyMs;
     std::atomic<bool> mbGNSSFitted{false};
-    mutable utils::NamedLock mcLock{"ZelvarStatus::mcLock"};
-    ZelvarStatusFields mcFields GUARDED_BY(mcLock);
+    mutable utils::NamedLock mcLock{"UnitStatus::mcLock"};
+    UnitStatusFields mcFields GUARDED_BY(mcLock);
     std::optional<uint64_t> mcPositionMs GUARDED_BY(mcLock);  // of the steady clock, as all ages
     std::optional<uint64_t> mcTemperatureMs GUARDED_BY(mcLock);
 };

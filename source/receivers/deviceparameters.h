@@ -4,8 +4,7 @@
 
 #include "flows/entity.h"
 #include "receivers/commandchannel.h"
-#include "zelvar/modeltable.h"
-#include "zelvar/status.h"
+#include "receivers/unitstatus.h"
 
 /// What getParameters tells beside the status.
 struct DeviceState {
@@ -17,18 +16,18 @@ struct DeviceState {
     bool mbGNSS;
 };
 
-/// The schema of a device of the first family: its own parameters and the six of its streams.
+/// The schema of a receiver: its own parameters and the six of its streams.
 utils::VariantRecord deviceParameterInfo(bool bGNSS);
 /// Adds what is known now to the record.
 void addDeviceParameters(utils::VariantRecord& cRecord, const DeviceState& cState,
-                         const ZelvarStatusFields& cStatus);
+                         const UnitStatusFields& cStatus);
 
 /// What setParameters works on.
 struct DeviceSettings {
     CommandChannel& mcChannel;
-    ZelvarStatus& mcStatus;
-    std::atomic<bool>& mbInhibitContinuousSweep;
+    UnitStatus& mcStatus;
+    std::atomic<bool>* mpInhibitContinuousSweep;   // null: the family has no such parameter
 };
-/// Takes the keys that the family knows out of the record, in a fixed order, and sends what they ask for. A
+/// Takes the keys that are known out of the record, in a fixed order, and sends what they ask for. A
 /// bad value adds a text; the other keys are treated all the same.
 void takeDeviceParameters(utils::VariantRecord& cRecord, ErrorList& lErrors, DeviceSettings cSettings);

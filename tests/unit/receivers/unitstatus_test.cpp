@@ -1,4 +1,4 @@
-#include "zelvar/status.h"
+#include "receivers/unitstatus.h"
 
 #include <gtest/gtest.h>
 
@@ -25,13 +25,13 @@ class Status : public testing::Test {
         makeReference<SCPIProtocol>(makeReference<vnktest::FakeTransport>("fake:37001", mcUnit));
     ReferencePtr<LinkWatch> mcWatch = makeReference<LinkWatch>();
     uint64_t muNowMs = 50;  // of a machine that has just started
-    ZelvarStatus mcStatus{mcWatch, [this] { return muNowMs; }};
+    UnitStatus mcStatus{mcWatch, [this] { return muNowMs; }};
 };
 
 }  // namespace
 
 TEST_F(Status, BeginsWithTheValuesOfANewDevice) {
-    const ZelvarStatusFields cFields = mcStatus.fields();
+    const UnitStatusFields cFields = mcStatus.fields();
     EXPECT_EQ(std::bit_cast<uint32_t>(cFields.mfLatitude), 0x42355555u);
     EXPECT_EQ(std::bit_cast<uint32_t>(cFields.mfLongitude), 0xC297CCCCu);
     EXPECT_EQ(std::bit_cast<uint32_t>(cFields.mfMagneticVariation), 0xC14DC28Fu);
@@ -46,7 +46,7 @@ TEST_F(Status, BeginsWithTheValuesOfANewDevice) {
 TEST_F(Status, APositionIsValidAndStampedWithTheSystemsTime) {
     const uint64_t uBefore = utils::systemMicroseconds() / 1000;
     mcStatus.queryGNSS(mcProtocol, true);
-    const ZelvarStatusFields cFields = mcStatus.fields();
+    const UnitStatusFields cFields = mcStatus.fields();
     EXPECT_TRUE(cFields.mbGNSSValid);
     EXPECT_EQ(cFields.mfLatitude, 46.25f);
     EXPECT_EQ(cFields.mfLongitude, -76.5f);
@@ -61,7 +61,7 @@ TEST_F(Status, APositionOffTheGlobeIsLeftAlone) {
          {"91,1,2\n", "-90.001,1,2\n", "nan,1,2\n", "none\n", ",1,2\n", "1e400,1,2\n", ""}) {
         mcUnit->reply(":GNSS:POSition?", {pReply});
         mcStatus.queryGNSS(mcProtocol, true);
-        const ZelvarStatusFields cFields = mcStatus.fields();
+        const UnitStatusFields cFields = mcStatus.fields();
         EXPECT_EQ(std::bit_cast<uint32_t>(cFields.mfLatitude), 0x42355555u) << pReply;
         EXPECT_EQ(cFields.mfAltitude, 160.0f) << pReply;
         EXPECT_EQ(cFields.muGNSSEpochMs, 0u) << pReply;
@@ -72,7 +72,7 @@ TEST_F(Status, APositionOffTheGlobeIsLeftAlone) {
 TEST_F(Status, APositionWithoutItsOtherFieldsKeepsThoseThatWereThere) {
     mcUnit->reply(":GNSS:POSition?", {"-90\n"});
     mcStatus.queryGNSS(mcProtocol, true);
-    const ZelvarStatusFields cFields = mcStatus.fields();
+    const UnitStatusFields cFields = mcStatus.fields();
     EXPECT_EQ(cFields.mfLatitude, -90.0f);
     EXPECT_EQ(cFields.mfAltitude, 160.0f);
     EXPECT_TRUE(cFields.mbGNSSValid);
@@ -107,7 +107,7 @@ TEST_F(Status, GarbageLeavesEachFieldAsItWas) {
     mcUnit->otherwise([](const std::string&) { return "\xFF\x01garbage\n"; });
     mcUnit->reply(":GNSS:POSition?", {"garbage\n"});
     mcStatus.readAtOpen(mcProtocol);
-    const ZelvarStatusFields cFields = mcStatus.fields();
+    const UnitStatusFields cFields = mcStatus.fields();
     EXPECT_EQ(cFields.miAntennaDelayNs, 0);
     EXPECT_EQ(cFields.muDynamicMode, 2u);
     EXPECT_EQ(cFields.mcPLLSource, "internal");
@@ -180,7 +180,7 @@ TEST_F(Status, AFixFromTheStreamFillsTheSameFields) {
     cFix.mfTrack = 6.0f;
     cFix.mfMagneticVariation = 7.0f;
     mcStatus.takeFix(cFix);
-    ZelvarStatusFields cFields = mcStatus.fields();
+    UnitStatusFields cFields = mcStatus.fields();
     EXPECT_EQ(cFields.mfLatitude, 1.0f);
     EXPECT_EQ(cFields.mfAltitude, 3.0f);
     EXPECT_EQ(cFields.mfMagneticVariation, 7.0f);
@@ -192,7 +192,7 @@ TEST_F(Status, AFixFromTheStreamFillsTheSameFields) {
 
 TEST_F(Status, AFixThatIsMarkedAbsentMovesNothing) {
     mcStatus.takeFix({});
-    const ZelvarStatusFields cFields = mcStatus.fields();
+    const UnitStatusFields cFields = mcStatus.fields();
     EXPECT_EQ(std::bit_cast<uint32_t>(cFields.mfLatitude), 0x42355555u);
     EXPECT_EQ(cFields.mfAltitude, 160.0f);
 }

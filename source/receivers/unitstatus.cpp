@@ -1,4 +1,4 @@
-#include "zelvar/status.h"
+#include "receivers/unitstatus.h"
 
 #include <algorithm>
 #include <array>
@@ -74,15 +74,15 @@ bool hasOption(std::string_view reply, std::string_view option) {
     return false;
 }
 
-ZelvarStatus::ZelvarStatus(ReferencePtr<LinkWatch> cWatch, std::function<uint64_t()> steadyMs)
+UnitStatus::UnitStatus(ReferencePtr<LinkWatch> cWatch, std::function<uint64_t()> steadyMs)
     : mcWatch(std::move(cWatch)), mcSteadyMs(std::move(steadyMs)) {}
 
-ZelvarStatusFields ZelvarStatus::fields() const {
+UnitStatusFields UnitStatus::fields() const {
     const utils::ScopedLock cLock(mcLock);
     return mcFields;
 }
 
-std::optional<std::string> ZelvarStatus::ask(SCPIProtocol& cProtocol, const char* pQuery) {
+std::optional<std::string> UnitStatus::ask(SCPIProtocol& cProtocol, const char* pQuery) {
     std::string reply;
     if (!scpiQueryText(cProtocol, pQuery, reply))
         return std::nullopt;
@@ -90,47 +90,47 @@ std::optional<std::string> ZelvarStatus::ask(SCPIProtocol& cProtocol, const char
     return reply;
 }
 
-void ZelvarStatus::readMapped(SCPIProtocol& cProtocol, const char* pQuery, ValueTable cTable,
-                              std::string ZelvarStatusFields::*pField) {
+void UnitStatus::readMapped(SCPIProtocol& cProtocol, const char* pQuery, ValueTable cTable,
+                              std::string UnitStatusFields::*pField) {
     const auto reply = ask(cProtocol, pQuery);
     if (!reply)
         return;
     if (const ValuePair* pPair = findByUnit(cTable, *reply))
-        change([&](ZelvarStatusFields& cFields) { cFields.*pField = pPair->mpParameter; });
+        change([&](UnitStatusFields& cFields) { cFields.*pField = pPair->mpParameter; });
 }
 
-void ZelvarStatus::readText(SCPIProtocol& cProtocol, const char* pQuery,
-                            std::string ZelvarStatusFields::*pField) {
+void UnitStatus::readText(SCPIProtocol& cProtocol, const char* pQuery,
+                            std::string UnitStatusFields::*pField) {
     if (const auto reply = ask(cProtocol, pQuery))
-        change([&](ZelvarStatusFields& cFields) { cFields.*pField = *reply; });
+        change([&](UnitStatusFields& cFields) { cFields.*pField = *reply; });
 }
 
-void ZelvarStatus::readAtOpen(const ReferencePtr<SCPIProtocol>& cProtocol) {
+void UnitStatus::readAtOpen(const ReferencePtr<SCPIProtocol>& cProtocol) {
     queryGNSS(cProtocol, false);
     if (!cProtocol)
         return;
-    readMapped(*cProtocol, ":SOURce:REFerence:PLL?", pllSourceTable(), &ZelvarStatusFields::mcPLLSource);
-    readMapped(*cProtocol, ":SOURce:REFerence:PPS?", ppsSourceTable(), &ZelvarStatusFields::mcPPSSource);
-    readMapped(*cProtocol, ":SYSTEM:TIME:SYNC?", timeSyncTable(), &ZelvarStatusFields::mcTimeSync);
-    readText(*cProtocol, ":SYSTem:TIME?", &ZelvarStatusFields::mcTime);
-    readText(*cProtocol, ":SYSTem:DATE?", &ZelvarStatusFields::mcDate);
+    readMapped(*cProtocol, ":SOURce:REFerence:PLL?", pllSourceTable(), &UnitStatusFields::mcPLLSource);
+    readMapped(*cProtocol, ":SOURce:REFerence:PPS?", ppsSourceTable(), &UnitStatusFields::mcPPSSource);
+    readMapped(*cProtocol, ":SYSTEM:TIME:SYNC?", timeSyncTable(), &UnitStatusFields::mcTimeSync);
+    readText(*cProtocol, ":SYSTem:TIME?", &UnitStatusFields::mcTime);
+    readText(*cProtocol, ":SYSTem:DATE?", &UnitStatusFields::mcDate);
 }
 
-void ZelvarStatus::readGNSSSettings(SCPIProtocol& cProtocol) {
+void UnitStatus::readGNSSSettings(SCPIProtocol& cProtocol) {
     int32_t iDelay = 0;
     if (scpiQueryInt(cProtocol, ":GNSS:ADELay?", iDelay)) {
         mcWatch->stamp();
-        change([&](ZelvarStatusFields& cFields) { cFields.miAntennaDelayNs = iDelay; });
+        change([&](UnitStatusFields& cFields) { cFields.miAntennaDelayNs = iDelay; });
     }
-    readText(cProtocol, ":GNSS:CONStellation?", &ZelvarStatusFields::mcConstellation);
+    readText(cProtocol, ":GNSS:CONStellation?", &UnitStatusFields::mcConstellation);
     uint32_t uMode = 0;
     if (scpiQueryUnsigned(cProtocol, ":GNSS:DYNamic:MODE?", uMode)) {
         mcWatch->stamp();
-        change([&](ZelvarStatusFields& cFields) { cFields.muDynamicMode = uMode; });
+        change([&](UnitStatusFields& cFields) { cFields.muDynamicMode = uMode; });
     }
 }
 
-void ZelvarStatus::queryGNSS(const ReferencePtr<SCPIProtocol>& cProtocol, bool bShort) {
+void UnitStatus::queryGNSS(const ReferencePtr<SCPIProtocol>& cProtocol, bool bShort) {
     if (!isGNSSFitted() || !cProtocol)
         return;
     if (!bShort)
@@ -151,16 +151,16 @@ void ZelvarStatus::queryGNSS(const ReferencePtr<SCPIProtocol>& cProtocol, bool b
         mcFields.mbGNSSValid = false;
 }
 
-bool ZelvarStatus::queryTemperature(const ReferencePtr<SCPIProtocol>& cProtocol) {
+bool UnitStatus::queryTemperature(const ReferencePtr<SCPIProtocol>& cProtocol) {
     if (!cProtocol)
         return false;
     const auto reply = ask(*cProtocol, ":STATus:TEMPerature?");
     if (reply)
-        change([&](ZelvarStatusFields& cFields) { cFields.mcTemperature = *reply; });
+        change([&](UnitStatusFields& cFields) { cFields.mcTemperature = *reply; });
     return reply.has_value();
 }
 
-void ZelvarStatus::refresh(const ReferencePtr<SCPIProtocol>& cProtocol) {
+void UnitStatus::refresh(const ReferencePtr<SCPIProtocol>& cProtocol) {
     const uint64_t uNowMs = mcSteadyMs();
     const auto isOld = [uNowMs](const std::optional<uint64_t>& cStamp) {
         return !cStamp || uNowMs - *cStamp >= kRefreshMs;
@@ -180,7 +180,7 @@ void ZelvarStatus::refresh(const ReferencePtr<SCPIProtocol>& cProtocol) {
         queryGNSS(cProtocol, true);
 }
 
-void ZelvarStatus::takeFix(const VITA49Zelvar::GNSSFix& cFix) {
+void UnitStatus::takeFix(const VITA49Zelvar::GNSSFix& cFix) {
     if (!isGNSSFitted())
         return;
     const utils::ScopedLock cLock(mcLock);

@@ -1,4 +1,4 @@
-#include "zelvar/deviceparameters.h"
+#include "receivers/deviceparameters.h"
 
 #include <algorithm>
 
@@ -57,7 +57,7 @@ void addStreamInfo(utils::VariantRecord& cSchema) {
     cSchema.set("IFBWHz", "<IF bandwidth for IQ streaming>");
 }
 
-void addGNSSParameters(utils::VariantRecord& cRecord, const ZelvarStatusFields& cStatus) {
+void addGNSSParameters(utils::VariantRecord& cRecord, const UnitStatusFields& cStatus) {
     cRecord.set("GNSSPosnEpoch", cStatus.muGNSSEpochMs);
     cRecord.set("GNSSAntDelay", cStatus.miAntennaDelayNs);
     cRecord.set("GNSSCons", cStatus.mcConstellation);
@@ -89,7 +89,7 @@ void takeNTPServers(utils::VariantRecord& cRecord, ErrorList& lErrors, DeviceSet
     const std::string reply = cSettings.mcChannel.query("SYSTEM:COMMUNICATE:NTP?");
     if (!reply.empty())
         cSettings.mcStatus.change(
-            [&](ZelvarStatusFields& cFields) { cFields.mcNTPServers = utils::strip(reply); });
+            [&](UnitStatusFields& cFields) { cFields.mcNTPServers = utils::strip(reply); });
 }
 
 void takeDynamicMode(utils::VariantRecord& cRecord, ErrorList& lErrors, DeviceSettings& cSettings) {
@@ -104,19 +104,19 @@ void takeDynamicMode(utils::VariantRecord& cRecord, ErrorList& lErrors, DeviceSe
         return;
     }
     const auto uMode = static_cast<uint32_t>(it - lNames.begin());
-    cSettings.mcStatus.change([&](ZelvarStatusFields& cFields) { cFields.muDynamicMode = uMode; });
+    cSettings.mcStatus.change([&](UnitStatusFields& cFields) { cFields.muDynamicMode = uMode; });
     cSettings.mcChannel.send(":GNSS:DYNamic:MODE " + std::to_string(uMode));
 }
 
 void takeGNSS(utils::VariantRecord& cRecord, ErrorList& lErrors, DeviceSettings& cSettings) {
     int32_t iDelay = 0;
     if (cRecord.takeInt32("GNSSAntDelay", iDelay)) {
-        cSettings.mcStatus.change([&](ZelvarStatusFields& cFields) { cFields.miAntennaDelayNs = iDelay; });
+        cSettings.mcStatus.change([&](UnitStatusFields& cFields) { cFields.miAntennaDelayNs = iDelay; });
         cSettings.mcChannel.send(":GNSS:ADELay " + std::to_string(iDelay));
     }
     if (const auto constellation = cRecord.takeText("GNSSCons")) {
         cSettings.mcStatus.change(
-            [&](ZelvarStatusFields& cFields) { cFields.mcConstellation = *constellation; });
+            [&](UnitStatusFields& cFields) { cFields.mcConstellation = *constellation; });
         cSettings.mcChannel.send(":GNSS:CONStellation " + *constellation);
     }
     takeDynamicMode(cRecord, lErrors, cSettings);
@@ -128,7 +128,7 @@ struct TableParameter {
     const char* mpName;  // as the texts have it
     const char* mpCommand;
     ValueTable mcTable;
-    std::string ZelvarStatusFields::*mpField;
+    std::string UnitStatusFields::*mpField;
     bool (*mpNeedsGNSS)(std::string_view unitValue);
 };
 
@@ -157,7 +157,7 @@ void takeFromTable(utils::VariantRecord& cRecord, ErrorList& lErrors, DeviceSett
         return;
     }
     cSettings.mcChannel.send(std::string(cParameter.mpCommand) + " " + pPair->mpUnit);
-    cSettings.mcStatus.change([&](ZelvarStatusFields& cFields) { cFields.*cParameter.mpField = *value; });
+    cSettings.mcStatus.change([&](UnitStatusFields& cFields) { cFields.*cParameter.mpField = *value; });
 }
 
 }  // namespace
@@ -182,7 +182,7 @@ utils::VariantRecord deviceParameterInfo(bool bGNSS) {
 }
 
 void addDeviceParameters(utils::VariantRecord& cRecord, const DeviceState& cState,
-                         const ZelvarStatusFields& cStatus) {
+                         const UnitStatusFields& cStatus) {
     cRecord.set("RxSampleRate", cState.mfSampleRateHz);
     cRecord.set("iqequalization", cState.mbFlatten);
     cRecord.set("SweepActive", cState.mbSweepActive);
@@ -203,17 +203,18 @@ void takeDeviceParameters(utils::VariantRecord& cRecord, ErrorList& lErrors, Dev
     takeNTPServers(cRecord, lErrors, cSettings);
     if (const auto uTimeoutMs = takeCount(cRecord, "SCPIQueryTimeout"))
         cSettings.mcChannel.setQueryTimeoutMs(*uTimeoutMs);
-    if (const auto bInhibit = cRecord.takeBool("InhibitContinuousSweep"))
-        cSettings.mbInhibitContinuousSweep.store(*bInhibit, std::memory_order_relaxed);
+    if (cSettings.mpInhibitContinuousSweep)
+        if (const auto bInhibit = cRecord.takeBool("InhibitContinuousSweep"))
+            cSettings.mpInhibitContinuousSweep->store(*bInhibit, std::memory_order_relaxed);
     if (cSettings.mcStatus.isGNSSFitted())
         takeGNSS(cRecord, lErrors, cSettings);
     takeFromTable(cRecord, lErrors, cSettings,
                   {"pllSource", "PLLSource", ":SOURce:REFerence:PLL", pllSourceTable(),
-                   &ZelvarStatusFields::mcPLLSource, isGNSSSource});
+                   &UnitStatusFields::mcPLLSource, isGNSSSource});
     takeFromTable(cRecord, lErrors, cSettings,
                   {"ppsSource", "PPSSource", ":SOURce:REFerence:PPS", ppsSourceTable(),
-                   &ZelvarStatusFields::mcPPSSource, isGNSSSource});
+                   &UnitStatusFields::mcPPSSource, isGNSSSource});
     takeFromTable(cRecord, lErrors, cSettings,
                   {"timeSync", "Time sync", ":SYSTem:TIME:SYNC", timeSyncTable(),
-                   &ZelvarStatusFields::mcTimeSync, isNetworkTime});
+                   &UnitStatusFields::mcTimeSync, isNetworkTime});
 }

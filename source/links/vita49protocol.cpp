@@ -20,8 +20,13 @@ void DecodingContexts::store(uint32_t uStreamID, ReferencePtr<VITA49::DecodingCo
         return;
     }
     if (mlEntries.size() >= kMost) {
-        mcByStream.erase(mlEntries.front().muStreamID);
-        mlEntries.pop_front();
+        // The oldest entry becomes the new one.
+        auto cNode = mcByStream.extract(mlEntries.front().muStreamID);
+        mlEntries.splice(mlEntries.end(), mlEntries, mlEntries.begin());
+        mlEntries.back() = {uStreamID, std::move(cContext)};
+        cNode.key() = uStreamID;
+        mcByStream.insert(std::move(cNode));
+        return;
     }
     mlEntries.push_back({uStreamID, std::move(cContext)});
     try {

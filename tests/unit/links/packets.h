@@ -19,6 +19,8 @@ class PacketBytes {
         u32(1700000000);
         u64(123456789012);
     }
+    /// Behind a header of another form.
+    explicit PacketBytes(std::string header) : mBytes(std::move(header)) {}
     PacketBytes& u16(uint32_t uValue) {
         mBytes.push_back(static_cast<char>(uValue >> 8));
         mBytes.push_back(static_cast<char>(uValue));

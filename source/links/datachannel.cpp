@@ -1,6 +1,5 @@
 #include "links/datachannel.h"
 
-#include <algorithm>
 #include <optional>
 
 #include "foundations/clock.h"
@@ -30,7 +29,8 @@ std::optional<uint32_t> querySession(const ReferencePtr<HSDataTransport>& cContr
 }
 
 /// What has come when a whole header is there, the peer has ended, or the time has passed; null if nothing.
-/// Nobody polls the connection yet.
+/// Nobody polls the connection yet. A stream that follows at once loses what came in one piece with the header;
+/// its scan finds the next packet.
 ReferencePtr<utils::MemoryBlock> receiveHeader(Transport& cTransport) {
     const uint64_t uEnd = utils::steadyMilliseconds() + kAnswerTimeoutMs;
     auto cHeader = makeReference<utils::MemoryBlock>(HiSlip::kHeaderBytes);
@@ -44,11 +44,9 @@ ReferencePtr<utils::MemoryBlock> receiveHeader(Transport& cTransport) {
         const uint8_t* const pBytes = cBlock ? cBlock->getReadable(&uLength) : nullptr;
         if (cBlock ? !pBytes : !errorText.empty())
             break;
-        // What follows the header is the stream's and stays in the transport's block.
-        uLength = std::min(uLength, HiSlip::kHeaderBytes - cHeader->getSize());
         cHeader->write(pBytes, uLength);
         if (cBlock)
-            cBlock->setReadAndKeep(cBlock->getReadPosition() + uLength);
+            cBlock->setReadAndKeep(cBlock->getSize());
     }
     return cHeader->getSize() ? cHeader : nullptr;
 }
@@ -64,7 +62,8 @@ ReferencePtr<Transport> openDataChannel(HiSlipProtocol& cProtocol) {
     if (!cSession)
         return fail("SCPI session query over HiSlip control failed");
     std::string errorText;
-    cTransport->send(HiSlip::serialise(HiSlip::makeMessage(HiSlip::kDataChannelRequest, *cSession)), errorText);
+    cTransport->send(HiSlip::serialise(HiSlip::makeMessage(HiSlip::kDataChannelRequest, *cSession)),
+                     errorText);
     const auto cHeader = receiveHeader(*cTransport);
     if (!cHeader)
         return fail("No response to Varnik initialization within timeout");

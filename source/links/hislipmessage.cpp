@@ -16,8 +16,8 @@ constexpr uint32_t kLeastStorage = 256;
 constexpr uint32_t kMostIdleStorage = 65536;
 
 [[noreturn]] void failAllocation() {
-    utils::RuntimeErrors::instance().reportAndThrow("Failed to allocate target block", kAllocationCode, __FILE__,
-                                                    __LINE__);
+    utils::RuntimeErrors::instance().reportAndThrow("Failed to allocate target block", kAllocationCode,
+                                                    __FILE__, __LINE__);
 }
 
 /// A new block, or the report of a failure: of the memory's end and of a size that no block can have.

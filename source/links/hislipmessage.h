@@ -37,7 +37,7 @@ struct Message {
     uint8_t muType = 0;
     uint8_t muControlCode = 0;
     uint32_t muParameter = 0;
-    ReferencePtr<utils::MemoryBlock> mcPayload;   // null when its length is 0
+    ReferencePtr<utils::MemoryBlock> mcPayload;  // null when its length is 0
 };
 
 /// A valid record to be sent.
@@ -46,8 +46,9 @@ Message makeMessage(uint8_t uType, uint32_t uParameter, ReferencePtr<utils::Memo
 enum class Parsing { kWhole, kMore, kBad };
 
 /// Reads one message from the read position on. Whole: read position and keep mark stand behind it. More
-/// bytes must come first, or bad (no "HS", or a payload beyond the longest): nothing has moved, and the record
-/// is invalid. A payload takes memory only once all its bytes are there. Throws when there is none to have.
+/// bytes must come first, or bad (no "HS", or a payload beyond the longest): nothing has moved, and the
+/// record is invalid. A payload takes memory only once all its bytes are there. Throws when there is none to
+/// have.
 Parsing parse(utils::MemoryBlock& cSource, Message& cMessage);
 /// The header alone, whatever payload it tells of: the message has none and the read position stands behind
 /// the header.

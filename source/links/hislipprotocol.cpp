@@ -15,7 +15,7 @@ constexpr uint32_t kVersion = 0x1000;
 constexpr uint32_t kVendorID = uint32_t{'V'} << 8 | uint32_t{'K'};
 constexpr uint8_t kExclusiveLock = 1;
 constexpr int32_t kLockCode = -4002;
-constexpr uint32_t kLongestText = 65536;   // of what a unit has to say for itself
+constexpr uint32_t kLongestText = 65536;  // of what a unit has to say for itself
 
 enum LockResponse : uint8_t { kRefused = 0, kGranted = 1, kInvalid = 3 };
 
@@ -89,7 +89,8 @@ bool HiSlipProtocol::initializeAsync(Connection& cAsync) {
     return true;
 }
 
-/// Sends and waits for one message, as long as the connection lasts and for no longer than an answer may take.
+/// Sends and waits for one message, as long as the connection lasts and for no longer than an answer may
+/// take.
 bool HiSlipProtocol::Connection::exchange(const HiSlip::Message& cRequest, HiSlip::Message& cResponse) {
     std::string errorText;
     if (!mcTransport->send(HiSlip::serialise(cRequest), errorText))
@@ -118,7 +119,8 @@ bool HiSlipProtocol::judge(const HiSlip::Message& cResponse, uint8_t uExpected, 
     const bool bFatal = cResponse.muType == HiSlip::kFatalError;
     if (!bFatal && cResponse.muType != HiSlip::kError)
         return fail(utils::formatText("%s - received unexpected message %d", unexpected, cResponse.muType));
-    fail(utils::formatText("%s is %s error code %d", refused, bFatal ? "fatal" : "", cResponse.muControlCode));
+    fail(
+        utils::formatText("%s is %s error code %d", refused, bFatal ? "fatal" : "", cResponse.muControlCode));
     uint32_t uLength = 0;
     if (cResponse.mcPayload)
         if (const uint8_t* const pText = cResponse.mcPayload->getReadable(&uLength))
@@ -188,11 +190,10 @@ bool HiSlipProtocol::lock() {
     HiSlip::Message cRequest = HiSlip::makeMessage(HiSlip::kAsyncLock, 0);
     cRequest.muControlCode = kExclusiveLock;
     std::string errorText;
-    const HiSlip::Message cResponse =
-        mcHandlers->await(HiSlip::kAsyncLockResponse, kAnswerTimeoutMs, [&] {
-            std::lock_guard<std::mutex> cGuard(mcAsyncSendMutex);
-            return cAsync->send(HiSlip::serialise(cRequest), errorText);
-        });
+    const HiSlip::Message cResponse = mcHandlers->await(HiSlip::kAsyncLockResponse, kAnswerTimeoutMs, [&] {
+        std::lock_guard<std::mutex> cGuard(mcAsyncSendMutex);
+        return cAsync->send(HiSlip::serialise(cRequest), errorText);
+    });
     return cResponse.mbValid && isGranted(cResponse.muControlCode);
 }
 

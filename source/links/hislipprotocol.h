@@ -25,10 +25,11 @@ class HiSlipProtocol : public Protocol, public Transport::Callback {
     bool lock();
     /// True if both connections were ended in order.
     bool close();
-    /// Opens again to the same host. The data transport stays the same object and goes on over the new session.
+    /// Opens again to the same host. The data transport stays the same object and goes on over the new
+    /// session.
     bool reopen();
 
-    // Of the last handshake that succeeded.
+    // As the last handshake told them.
     uint16_t protocolVersion() const { return muVersion.load(std::memory_order_relaxed); }
     uint16_t sessionID() const { return muSessionID.load(std::memory_order_relaxed); }
     uint32_t serverVendorID() const { return muServerVendorID.load(std::memory_order_relaxed); }
@@ -58,7 +59,8 @@ class HiSlipProtocol : public Protocol, public Transport::Callback {
     bool initialize(Connection& cControl);
     bool initializeAsync(Connection& cAsync);
     void adopt(Connection cControl, Connection cAsync);
-    bool judge(const HiSlip::Message& cResponse, uint8_t uExpected, const char* refused, const char* unexpected);
+    bool judge(const HiSlip::Message& cResponse, uint8_t uExpected, const char* refused,
+               const char* unexpected);
     bool closeConnections();
     bool isGranted(uint8_t uCode);
     void noteError(const std::string& text);
@@ -76,7 +78,7 @@ class HiSlipProtocol : public Protocol, public Transport::Callback {
 
     // Guards the three below; never held across a call that can block.
     mutable std::mutex mcStateMutex;
-    ReferencePtr<HSDataTransport> mcDataTransport;   // from the first open on, also when closed
+    ReferencePtr<HSDataTransport> mcDataTransport;  // from the first open on, also when closed
     ReferencePtr<Transport> mcAsyncTransport;
     std::string mcLastError;
 

@@ -109,7 +109,8 @@ bool HSReply::add(const HiSlip::Message& cMessage) {
 }
 
 HSTransaction::HSTransaction(uint32_t uTimeoutMs, uint32_t uLeastSize)
-    : muDeadlineMicroseconds(utils::steadyMicroseconds() + uint64_t{uTimeoutMs} * 1000), muLeastSize(uLeastSize) {}
+    : muDeadlineMicroseconds(utils::steadyMicroseconds() + uint64_t{uTimeoutMs} * 1000),
+      muLeastSize(uLeastSize) {}
 
 void HSTransaction::wait() {
     const uint64_t uNow = utils::steadyMicroseconds();
@@ -141,16 +142,16 @@ void _Marshaller::dispatch(const HiSlip::Message& cMessage) {
     utils::ScopedLock cGuard(mcClientLock);
     if (giveToTransaction(cMessage))
         return;
-    utils::reportError(HiSlip::kFailureCode,
-                       utils::formatText("Recieved %s - does not match a transaction",
-                                         HiSlip::typeName(cMessage.muType).c_str()));
+    utils::reportError(HiSlip::kFailureCode, utils::formatText("Recieved %s - does not match a transaction",
+                                                               HiSlip::typeName(cMessage.muType).c_str()));
     keep(cMessage);
 }
 
 bool _Marshaller::giveToTransaction(const HiSlip::Message& cMessage) {
-    const auto cFound = std::find_if(mlTransactions.begin(), mlTransactions.end(), [&](const auto& cTransaction) {
-        return mbOverlap || cTransaction->muMessageID == cMessage.muParameter;
-    });
+    const auto cFound =
+        std::find_if(mlTransactions.begin(), mlTransactions.end(), [&](const auto& cTransaction) {
+            return mbOverlap || cTransaction->mcMessageID == cMessage.muParameter;
+        });
     if (cFound == mlTransactions.end())
         return false;
     HSTransaction& cTransaction = **cFound;
@@ -173,8 +174,8 @@ void _Marshaller::keep(const HiSlip::Message& cMessage) {
         HiSlip::reportBadState();
 }
 
-void _Marshaller::enrol(HSTransaction& cTransaction, uint32_t uMessageID) {
-    cTransaction.muMessageID = uMessageID;
+void _Marshaller::enrol(HSTransaction& cTransaction, std::optional<uint32_t> cMessageID) {
+    cTransaction.mcMessageID = cMessageID;
     if (!mbEnded) {
         mlTransactions.emplace_back(&cTransaction);
         return;
@@ -230,7 +231,7 @@ void _Marshaller::resume(HSTransaction& cTransaction) {
     if (cTransaction.isComplete())
         cTransaction.mcBarrier.signal();
     else
-        enrol(cTransaction, mcLastMessageID.value_or(HiSlip::kFirstMessageID - 2));
+        enrol(cTransaction, mcLastMessageID);
 }
 
 void _Marshaller::leave(const HSTransaction& cTransaction) {

@@ -20,7 +20,8 @@ class HiSlipHandlers : public utils::ReferenceCountedObject {
     ~HiSlipHandlers() override;
     /// Runs `send` and, if that is true, waits for a message of the type, or of any type. Invalid when there
     /// was none in time or the wait was ended.
-    HiSlip::Message await(std::optional<uint8_t> cType, uint32_t uTimeoutMs, const std::function<bool()>& send);
+    HiSlip::Message await(std::optional<uint8_t> cType, uint32_t uTimeoutMs,
+                          const std::function<bool()>& send);
     void offer(const HiSlip::Message& cMessage);
     /// Ends every wait with nothing.
     void endAll();
@@ -54,7 +55,7 @@ class HSTransaction : public utils::ReferenceCountedObject {
 
     const uint64_t muDeadlineMicroseconds;
     const uint32_t muLeastSize;
-    uint32_t muMessageID = 0;
+    std::optional<uint32_t> mcMessageID;  // of what it answers; none while nothing has been sent
     HSReply mcReply;
     std::string mcErrorText;
     utils::Barrier mcBarrier{"HiSlip_HSTransaction"};
@@ -75,8 +76,8 @@ class _Marshaller : public utils::ReferenceCountedObject, public Transport::Call
 
     /// Draws the next ID and sends the block under it; the transaction, if there is one, then waits for the
     /// reply. The IDs run up on the wire, whoever sends.
-    bool send(Transport& cTransport, const ReferencePtr<utils::MemoryBlock>& cBlock, HSTransaction* pTransaction,
-              std::string& errorText);
+    bool send(Transport& cTransport, const ReferencePtr<utils::MemoryBlock>& cBlock,
+              HSTransaction* pTransaction, std::string& errorText);
     /// Sends a message as it stands; of a data message the transaction then waits for the reply.
     bool sendRaw(Transport& cTransport, const HiSlip::Message& cMessage, HSTransaction* pTransaction,
                  std::string& errorText);
@@ -97,13 +98,13 @@ class _Marshaller : public utils::ReferenceCountedObject, public Transport::Call
     void dispatch(const HiSlip::Message& cMessage);
     bool giveToTransaction(const HiSlip::Message& cMessage) REQUIRES(mcClientLock);
     void keep(const HiSlip::Message& cMessage) REQUIRES(mcClientLock);
-    void enrol(HSTransaction& cTransaction, uint32_t uMessageID) REQUIRES(mcClientLock);
+    void enrol(HSTransaction& cTransaction, std::optional<uint32_t> cMessageID) REQUIRES(mcClientLock);
     void expectReply(uint32_t uMessageID, HSTransaction* pTransaction);
     void expectNone(uint32_t uMessageID, std::optional<uint32_t> cBefore);
 
     const ReferencePtr<HiSlipHandlers> mcHandlers;
     const bool mbOverlap;
-    HiSlip::Assembler mcReceived;   // the polling thread's
+    HiSlip::Assembler mcReceived;  // the polling thread's
     std::atomic<uint32_t> muMessageCounter{0};
     utils::NamedLock mcSendLock{"HSDataTransport::mcMarshaller::mcSendLock"};
     utils::NamedLock mcClientLock{"HSDataTransport::mcMarshaller::mcClientLock"};
@@ -133,8 +134,8 @@ class HSDataTransport : public Transport {
     /// no flush.
     ReferencePtr<utils::MemoryBlock> transact(ReferencePtr<utils::MemoryBlock> cRequest, int32_t iTimeoutMs,
                                               uint32_t uLeastSize) override;
-    /// Drops a reply that nobody has received. The wire is the marshaller's: bytes taken from it here could be
-    /// half a message.
+    /// Drops a reply that nobody has received. The wire is the marshaller's: bytes taken from it here could
+    /// be half a message.
     bool flush() override;
     bool close() override;
     /// Connects again without a handshake; a session begins only with that of HiSlipProtocol.
@@ -142,8 +143,8 @@ class HSDataTransport : public Transport {
 
     virtual ReferencePtr<utils::MemoryBlock> transactRaw(ReferencePtr<utils::MemoryBlock> cBlock,
                                                          uint32_t uTimeoutMs);
-    /// Sends the message as it stands. The reply to data is a DataEnd with all of its payload; to anything else
-    /// it is the next message that is no data. Invalid with no reply.
+    /// Sends the message as it stands. The reply to data is a DataEnd with all of its payload; to anything
+    /// else it is the next message that is no data. Invalid with no reply.
     virtual HiSlip::Message transactMessage(HiSlip::Message cMessage, uint32_t uTimeoutMs);
 
     /// Of the connection there is; empty before the first.
@@ -160,9 +161,9 @@ class HSDataTransport : public Transport {
     Link link() const;
     Link exchangeLink(Link cLink);
     static void letGo(const Link& cLink);
-    ReferencePtr<utils::MemoryBlock> exchange(const ReferencePtr<utils::MemoryBlock>& cBlock, uint32_t uTimeoutMs,
-                                              uint32_t uLeastSize);
+    ReferencePtr<utils::MemoryBlock> exchange(const ReferencePtr<utils::MemoryBlock>& cBlock,
+                                              uint32_t uTimeoutMs, uint32_t uLeastSize);
 
-    mutable std::mutex mcLinkMutex;   // guards the link; never held across a call
+    mutable std::mutex mcLinkMutex;  // guards the link; never held across a call
     Link mcLink;
 };

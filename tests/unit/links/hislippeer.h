@@ -46,7 +46,7 @@ class HiSlipPeer {
         listenAt(4880);
         listenAt(4881);
         on(0, [this](TestSocket& cSocket, const PeerMessage&) {
-            cSocket.send(peerBytes(1, 0, 0x10000000u | muSession));
+            cSocket.send(peerBytes(1, 0, 0x10000000u | muSession.load()));
         });
         on(17, [](TestSocket& cSocket, const PeerMessage&) { cSocket.send(peerBytes(18, 0, 0x5659)); });
         on(4, [](TestSocket& cSocket, const PeerMessage&) { cSocket.send(peerBytes(5, 1, 0)); });
@@ -60,8 +60,7 @@ class HiSlipPeer {
         });
     }
     ~HiSlipPeer() {
-        for (auto& cListener : mlListeners)
-            ::shutdown(cListener.get(), SHUT_RDWR);
+        refuse();
         for (auto& cThread : mlAcceptors)
             cThread.join();
         endConnections();
@@ -102,30 +101,30 @@ class HiSlipPeer {
         return mlSockets.size();
     }
     /// To the synchronous link of the newest session.
-    bool push(const std::string& bytes) {
-        TestSocket* pSocket;
-        {
-            std::lock_guard<std::mutex> cGuard(mcMutex);
-            pSocket = mpControl;
-        }
-        return pSocket && pSocket->send(bytes);
-    }
+    bool push(const std::string& bytes) { return pushTo(0, bytes); }
+    /// To the newest data channel.
+    bool pushStream(const std::string& bytes) { return pushTo(0x80, bytes); }
     void endConnections() {
         std::lock_guard<std::mutex> cGuard(mcMutex);
         for (auto& cSocket : mlSockets)
             if (cSocket.get() >= 0)
                 ::shutdown(cSocket.get(), SHUT_RDWR);
     }
-    /// Ends without an orderly close, as a unit does that has lost its power and come back.
-    static void reset(TestSocket& cSocket) {
-        const struct linger cLinger = {1, 0};
-        ::setsockopt(cSocket.get(), SOL_SOCKET, SO_LINGER, &cLinger, sizeof(cLinger));
-        ::shutdown(cSocket.get(), SHUT_RD);
+    /// No new links from now on.
+    void refuse() {
+        for (auto& cListener : mlListeners)
+            ::shutdown(cListener.get(), SHUT_RDWR);
     }
 
-    uint32_t muSession = 0x1234;
+    std::atomic<uint32_t> muSession{0x1234};
 
  private:
+    /// With the lock held, so that the link stays: for few bytes.
+    bool pushTo(int iType, const std::string& bytes) {
+        std::lock_guard<std::mutex> cGuard(mcMutex);
+        const auto cFound = mpNewest.find(iType);
+        return cFound != mpNewest.end() && cFound->second->send(bytes);
+    }
     void listenAt(uint16_t uPort) {
         TestSocket cSocket(::socket(AF_INET, SOCK_STREAM, 0));
         const int iOn = 1;
@@ -158,8 +157,7 @@ class HiSlipPeer {
             {
                 std::lock_guard<std::mutex> cGuard(mcMutex);
                 mlReceived.push_back(cMessage);
-                if (cMessage.miType == 0)
-                    mpControl = &cSocket;
+                mpNewest[cMessage.miType] = &cSocket;
                 handler = mcHandlers[cMessage.miType];
             }
             if (handler)
@@ -167,8 +165,7 @@ class HiSlipPeer {
         }
         std::lock_guard<std::mutex> cGuard(mcMutex);
         --muConnections;
-        if (mpControl == &cSocket)
-            mpControl = nullptr;
+        std::erase_if(mpNewest, [&](const auto& cEntry) { return cEntry.second == &cSocket; });
         cSocket.close();
     }
     static bool readExactly(const TestSocket& cSocket, std::string& bytes, size_t uCount) {
@@ -206,7 +203,7 @@ class HiSlipPeer {
         if (answers)
             return answers(question);
         if (question == ":SYSTem:COMMunicate:HISLip:SESSion?\n")
-            return std::to_string(muSession) + "\n";
+            return std::to_string(muSession.load()) + "\n";
         return question.find('?') == std::string::npos ? "" : "reply to " + question;
     }
 
@@ -220,7 +217,7 @@ class HiSlipPeer {
     std::list<TestSocket> mlSockets;
     std::list<std::thread> mlReaders;
     size_t muConnections = 0;
-    TestSocket* mpControl = nullptr;
+    std::map<int, TestSocket*> mpNewest;   // by the type of message that came on it
 };
 
 }  // namespace vnktest

@@ -352,7 +352,16 @@ void HislipSessions::refuse(HislipConnection& connection, hislip::Fatal code, co
 }
 
 void HislipSessions::tooLong(HislipConnection& connection, const HislipMessage& header) {
+    if (connection.meRole == Role::fresh) {
+        refuse(connection, hislip::kBadSequence, "Initialize or AsyncInitialize expected");
+        return;
+    }
     record(connection, header);
+    const auto found = mlSessions.find(connection.muSession);
+    if (connection.meRole == Role::synchronous && found != mlSessions.end()) {
+        // The rest of a program message without its middle must not be taken for a whole one.
+        found->second.program.clear();
+    }
     send(connection, {hislip::kError, hislip::kTooLarge, 0, "Message too large"});
 }
 

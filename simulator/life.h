@@ -20,10 +20,12 @@ class Life {
     void exchange(const FaultSettings& faults);
     /// A change of `dieAfterExchanges` begins a new count, and a dead unit lives again.
     void revive();
-    /// Called with each death and each revival.
+    /// Called with each death and each revival. It must not ask this object.
     void onChange(std::function<void(std::optional<Death>)> sink) { mcSink = std::move(sink); }
 
  private:
+    void change(std::optional<Death> death);
+
     Faults& mcFaults;
     std::function<void(std::optional<Death>)> mcSink;
     mutable std::mutex mcLock;

@@ -5,11 +5,11 @@
 namespace Quillon {
 
 struct IQPlan : CapturePlan {
-    int32_t miReferenceLevel = 0;   // as it is set
+    int32_t miReferenceLevel = 0;  // as it is set
 };
 
-/// Pure planning in single precision, in the order of its steps. What to log and its code stand in `message` and
-/// `iCode`: how the rate was chosen, or, with an empty result, why the request is unrealizable.
+/// Pure planning in single precision, in the order of its steps. What to log and its code stand in `message`
+/// and `iCode`: how the rate was chosen, or, with an empty result, why the request is unrealizable.
 std::optional<IQPlan> planIQ(const IQRequest& cRequest, const StreamRanges& cRanges, std::string& message,
                              int32_t& iCode);
 

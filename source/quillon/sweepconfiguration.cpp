@@ -19,7 +19,7 @@ QuillonSweepConfiguration::QuillonSweepConfiguration(const SweepRequest& cReques
     muSampleRateHz = Quillon::kSampleRateHz;
     if (cRequest.mbFlatten)
         mcFlatten = std::move(cFlatten);
-    mcTransform.room(cPlan.muFFTSize);   // what cannot be had is missed when the sweep is planned
+    mcTransform.room(cPlan.muFFTSize);  // what cannot be had is missed when the sweep is planned
 }
 
 std::optional<uint32_t> QuillonSweepConfiguration::placeOf(uint64_t uFrequencyHz) const {
@@ -46,7 +46,9 @@ FloatArray& QuillonSweepConfiguration::magnitudes(const SweepBlock& cBlock) {
     return cMagnitudes;
 }
 
-bool QuillonSweepConfiguration::reconstruct(const SweepBlock& cBlock, uint32_t uPlace, float, float* pOutput) {
+bool QuillonSweepConfiguration::reconstruct(const SweepBlock& cBlock, uint32_t uPlace, float,
+                                            float* pOutput) {
     const float fConstant = cBlock.mfReferenceLevel - 10.0f * std::log10(mcPlan.mfNoiseBandwidth);
-    return writeBins(cBlock, magnitudes(cBlock), tunedBins(mcPlan, uPlace), mcFlatten.get(), fConstant, pOutput);
+    return writeBins(cBlock, magnitudes(cBlock), tunedBins(mcPlan, uPlace), mcFlatten.get(), fConstant,
+                     pOutput);
 }

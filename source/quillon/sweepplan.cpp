@@ -11,7 +11,7 @@ namespace Quillon {
 namespace {
 
 constexpr float kUsableWidthHz = 104448000.0f;
-constexpr float kLowEdgeHz = 12287999.0f;    // from the low end of what a block shows
+constexpr float kLowEdgeHz = 12287999.0f;  // from the low end of what a block shows
 constexpr float kHighEdgeHz = 110592000.0f;
 constexpr float kHalfRateHz = 61440000.0f;
 /// Of twice as many floats an array can be made.
@@ -25,9 +25,9 @@ void shapePackets(SweepPlan& cPlan) {
     cPlan.muFFTSize = cPlan.muSamplesPerPacket * cPlan.muPacketsPerBlock;
 }
 
-/// Steps whose kept bins join. A bin counts here as a little narrower than it is, with one more than the transform
-/// has in the sample rate: over the bins that a block keeps that adds up to most of a bin, and so a step is wider
-/// than they count by a whole one.
+/// Steps whose kept bins join. A bin counts here as a little narrower than it is, with one more than the
+/// transform has in the sample rate: over the bins that a block keeps that adds up to most of a bin, and so a
+/// step is wider than they count by a whole one.
 bool planSteps(const SweepRequest& cRequest, float fHighestHz, SweepPlan& cPlan) {
     const float fBinHz = cPlan.mfBinHz;
     const float fHalf = fBinHz * 0.5f;

@@ -4,8 +4,8 @@
 
 namespace Quillon {
 
-/// Pure planning in single precision, in the order of its steps. Empty, with what to log in `message`, when the
-/// request cannot be swept.
+/// Pure planning in single precision, in the order of its steps. Empty, with what to log in `message`, when
+/// the request cannot be swept.
 std::optional<SweepPlan> planSweep(const SweepRequest& cRequest, float fHighestHz, std::string& message);
 
 /// What is sent ahead of a list, and the joined list; `bEndless` lets the unit repeat it by itself.

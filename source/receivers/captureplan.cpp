@@ -59,11 +59,13 @@ void planFinite(const CaptureLimits& cLimits, CapturePlan& cPlan) {
 
 }  // namespace
 
-bool isRealizable(const IQRequest& cRequest, const StreamRanges& cRanges, std::string& message, int32_t& iCode) {
+bool isRealizable(const IQRequest& cRequest, const StreamRanges& cRanges, std::string& message,
+                  int32_t& iCode) {
     if (cRanges.mcIFBWHz.contains(cRequest.mfIFBWHz) && cRanges.mcCentreHz.contains(cRequest.mfCentreHz))
         return true;
-    message = utils::formatText("IQ FCentreHz:%.0f, IFBWHz:%.0f is unrealizable",
-                                static_cast<double>(cRequest.mfCentreHz), static_cast<double>(cRequest.mfIFBWHz));
+    message =
+        utils::formatText("IQ FCentreHz:%.0f, IFBWHz:%.0f is unrealizable",
+                          static_cast<double>(cRequest.mfCentreHz), static_cast<double>(cRequest.mfIFBWHz));
     iCode = utils::kTraceCode;
     return false;
 }
@@ -73,7 +75,8 @@ float neededRateHz(float fIFBWHz) {
 }
 
 bool chooseDecimation(float fFullRateHz, float fNeededHz, uint32_t uSmallest, CapturePlan& cPlan) {
-    for (uint32_t uDecimation = kLargestDecimation; uDecimation >= uSmallest && uDecimation != 0; uDecimation /= 2)
+    for (uint32_t uDecimation = kLargestDecimation; uDecimation >= uSmallest && uDecimation != 0;
+         uDecimation /= 2)
         if (fFullRateHz / static_cast<float>(uDecimation) >= fNeededHz) {
             cPlan.muDecimation = uDecimation;
             cPlan.mfSampleRateHz = fFullRateHz / static_cast<float>(uDecimation);

@@ -34,7 +34,8 @@ void beginList(std::string& batch, uint32_t uTimes) {
 }
 
 void appendEntryCentre(std::string& batch, float fHz) {
-    appendCommand(batch, formatText(":sweep:entry:freq:cent %llu", wide(static_cast<uint64_t>(std::llround(fHz)))));
+    appendCommand(batch,
+                  formatText(":sweep:entry:freq:cent %llu", wide(static_cast<uint64_t>(std::llround(fHz)))));
 }
 
 void appendEntryPackets(std::string& batch, uint32_t uSamplesPerPacket, uint32_t uPacketsPerBlock) {

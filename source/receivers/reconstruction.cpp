@@ -17,14 +17,14 @@ VNK_CLONES static void convertLevels(const float* __restrict pMagnitudes, size_t
         pOutput[i] = Decibels::ofAmplitude(pMagnitudes[i]) + fConstant;
 }
 
-VNK_CLONES static void windowReal(const float* __restrict pSamples, const float* __restrict pWindow, size_t uCount,
-                                  Complex<float>* __restrict pOutput) {
+VNK_CLONES static void windowReal(const float* __restrict pSamples, const float* __restrict pWindow,
+                                  size_t uCount, Complex<float>* __restrict pOutput) {
     for (size_t i = 0; i < uCount; ++i)
         pOutput[i] = {pSamples[i] * pWindow[i], 0.0f};
 }
 
-VNK_CLONES static void windowComplex(const float* __restrict pSamples, const float* __restrict pWindow, size_t uCount,
-                                     Complex<float>* __restrict pOutput) {
+VNK_CLONES static void windowComplex(const float* __restrict pSamples, const float* __restrict pWindow,
+                                     size_t uCount, Complex<float>* __restrict pOutput) {
     for (size_t i = 0; i < uCount; ++i)
         pOutput[i] = {pSamples[2 * i] * pWindow[i], pSamples[2 * i + 1] * pWindow[i]};
 }

@@ -20,8 +20,8 @@ BinRange tunedBins(const SweepPlan& cPlan, uint32_t uPlace);
 class WindowedTransform {
  public:
     WindowedTransform(const std::string& windowName, uint32_t uFFTSize);
-    /// As many bins as there are samples, or as the transform takes: a complex tone of amplitude 1 gives 1 at a
-    /// bin's centre.
+    /// As many bins as there are samples, or as the transform takes: a complex tone of amplitude 1 gives 1 at
+    /// a bin's centre.
     const ComplexArray& ofReal(const FloatArray& cSamples);
     /// Samples as I, Q.
     const ComplexArray& ofComplex(const FloatArray& cSamples);
@@ -42,7 +42,7 @@ class WindowedTransform {
 void computeMagnitudes(const Complex<float>* pBins, uint32_t uCount, float* pOutput);
 /// From magnitudes to dB above the constant.
 void writeLevels(const float* pMagnitudes, uint32_t uCount, float fConstant, float* pOutput);
-/// The levels of some bins of a block, flattened before if `pFlatten` is given. False, with a log line, when they
-/// do not lie within its magnitudes.
+/// The levels of some bins of a block, flattened before if `pFlatten` is given. False, with a log line, when
+/// they do not lie within its magnitudes.
 bool writeBins(const SweepBlock& cBlock, FloatArray& cMagnitudes, const std::optional<BinRange>& cBins,
                _IFBWFlatten* pFlatten, float fConstant, float* pOutput);

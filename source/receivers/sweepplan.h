@@ -59,8 +59,8 @@ inline constexpr const char* kUnreasonableSweep = "Sweep parameters (min,max,rbw
 bool isReasonable(const SweepRequest& cRequest);
 /// A plan with the window's noise bandwidth alone.
 SweepPlan beginSweepPlan(const SweepRequest& cRequest);
-/// So many steps from the first centre on, without those that are tuned above `fHighestHz`. False when none is
-/// left.
+/// So many steps from the first centre on, without those that are tuned above `fHighestHz`. False when none
+/// is left.
 bool setSteps(SweepPlan& cPlan, float fSteps, float fHighestHz);
 /// Blocks and bins of the whole. False when there are none, or more than an array can hold.
 bool setTotals(SweepPlan& cPlan, int64_t iTotalBins);

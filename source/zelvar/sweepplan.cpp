@@ -77,8 +77,8 @@ void planTuned(const SweepRequest& cRequest, float fHighestHz, float fFrom, Swee
     cPlan.muSHBinFirst = static_cast<uint32_t>(fBinFirst);
     cPlan.muSHBinLast = static_cast<uint32_t>(fBinLast);
     cPlan.muSHBinLastFinal = static_cast<uint32_t>(fFinal);
-    iTotalBins += whole(fFinal) + 1 + (whole(fBinLast) - whole(fBinFirst) + 1) * (int64_t{cPlan.muStepCount} - 1) -
-                  whole(fBinFirst);
+    const int64_t iWhole = whole(fBinLast) - whole(fBinFirst) + 1;
+    iTotalBins += whole(fFinal) + 1 + iWhole * (int64_t{cPlan.muStepCount} - 1) - whole(fBinFirst);
 }
 
 }  // namespace

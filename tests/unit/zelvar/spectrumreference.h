@@ -66,16 +66,15 @@ inline double noiseBandwidth(const std::string& name) {
     return fSquares / (fSum * fSum) * 16385.0;
 }
 
-/// The magnitude of one bin of the windowed samples, a transform of as many points as there are coefficients
-/// less one.
-inline double binMagnitude(const std::vector<float>& lSamples, const std::vector<double>& lWindow,
-                           uint32_t uBin) {
+/// The magnitude of one bin of the windowed samples, real or complex, a transform of as many points as there are
+/// coefficients less one.
+template <typename Sample>
+double binMagnitude(const std::vector<Sample>& lSamples, const std::vector<double>& lWindow, uint32_t uBin) {
     const size_t uCount = lWindow.size() - 1;
     std::complex<double> cSum;
     for (size_t i = 0; i < uCount; ++i) {
         const double fTurns = static_cast<double>(i * uBin % uCount) / static_cast<double>(uCount);
-        cSum +=
-            static_cast<double>(lSamples[i]) * lWindow[i] * std::polar(1.0, -2.0 * std::numbers::pi * fTurns);
+        cSum += std::complex<double>(lSamples[i]) * lWindow[i] * std::polar(1.0, -2.0 * std::numbers::pi * fTurns);
     }
     return std::abs(cSum) / static_cast<double>(uCount);
 }

@@ -47,4 +47,8 @@ const FamilyTraits& traitsOf(Family family) {
     return family == Family::first ? kFirst : kSecond;
 }
 
+double sampledBandHz(Family family) {
+    return traitsOf(family).bandHz;
+}
+
 }  // namespace vnksim

@@ -95,11 +95,15 @@ int main(int argc, char** argv) {
     bool journal = false, noDiscovery = false, noHislip = false, flatOut = false, ripple = false;
     CLI::App app("A simulated receiver: SCPI, VITA-49 packets and discovery, without hardware", "vnk-unit");
     app.add_option("--address", options.address, "IPv4 address to listen on")->capture_default_str();
-    app.add_option("--model", options.model, "Model")
+    app.add_option("--model", options.model, "Model: ZV... of the first family, the others of the second")
         ->check(CLI::IsMember(vnksim::modelNames()))
         ->capture_default_str();
     app.add_option("--serial", options.serial, "Serial number")->capture_default_str();
     app.add_option("--firmware", options.firmware, "Firmware version")->capture_default_str();
+    app.add_option("--lowest", options.lowestHz, "Lowest frequency in Hz, second family")
+        ->capture_default_str();
+    app.add_option("--highest", options.highestHz, "Highest frequency in Hz, second family")
+        ->capture_default_str();
     app.add_option("--seed", options.seed, "Seed of all that is random")->capture_default_str();
     app.add_option("--scene", scene, "Scene file (JSON): what is on the air")->check(CLI::ExistingFile);
     auto* limit =
@@ -122,7 +126,8 @@ int main(int argc, char** argv) {
                                            : vnksim::Pace::realTime;
     options.corrections = vnksim::defaultCorrectionData(options.seed);
     if (ripple) {
-        options.ifGaindB = vnksim::gainOfCorrections(options.corrections.signal);
+        const double band = vnksim::sampledBandHz(vnksim::familyOf(options.model));
+        options.ifGaindB = vnksim::gainOfCorrections(options.corrections.signal, band);
     }
     try {
         return run(options, scene, journal);

@@ -41,7 +41,7 @@ std::vector<uint8_t> makeCorrectionSet(const std::vector<std::pair<uint32_t, uin
 CorrectionData defaultCorrectionData(uint64_t seed);
 /// The gain in dB that a well-formed set undoes, as a function of the tuned centre (0 in direct digitization)
 /// and of the frequency in the sampled band: that of the first row above the centre, linear between its
-/// points. `bandHz` is the width of that band: 62.5 MHz, or 122.88 MHz in the second family.
+/// points. `bandHz` is the width of that band: 62.5 MHz in the first family.
 std::function<double(double tunedHz, double placeHz)> gainOfCorrections(const std::vector<uint8_t>& set,
                                                                         double bandHz = 62.5e6);
 
@@ -120,6 +120,8 @@ std::vector<std::string> modelNames();
 std::vector<std::string> modelNames(Family family);
 /// Throws std::invalid_argument on an unknown model.
 Family familyOf(const std::string& model);
+/// Width of the band that a family's converter sees, which is what correction data are for.
+double sampledBandHz(Family family);
 
 /// A simulated unit: SCPI on TCP 37001, packets on TCP 37000, HiSLIP on TCP 4880 with packets on TCP 4881,
 /// discovery on UDP 18331, all at one address.

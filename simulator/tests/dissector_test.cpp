@@ -11,8 +11,6 @@
 namespace simtest {
 namespace {
 
-using Dissector = UnitTest;
-
 void put16(std::string& bytes, size_t value) {
     bytes += static_cast<char>(value >> 8);
     bytes += static_cast<char>(value);
@@ -57,16 +55,16 @@ std::string captureFile(const std::vector<WirePacket>& packets) {
     return file;
 }
 
-const char* const kFields[] = {"vrt.type",    "vrt.tflag",         "vrt.tsi",
-                               "vrt.tsf",     "vrt.seq",           "vrt.len",
-                               "vrt.sid",     "vrt.ts_int",        "vrt.ts_frac_picosecond",
-                               "vrt.trailer", "vrt.valid_en",      "vrt.valid",
-                               "vrt.inv_en",  "vrt.inv",           "vrt.overrng_en",
-                               "vrt.overrng", "vrt.sampleloss_en", "vrt.sampleloss"};
+const std::vector<const char*> kFields = {"vrt.type",    "vrt.tflag",         "vrt.tsi",
+                                          "vrt.tsf",     "vrt.seq",           "vrt.len",
+                                          "vrt.sid",     "vrt.ts_int",        "vrt.ts_frac_picosecond",
+                                          "vrt.trailer", "vrt.valid_en",      "vrt.valid",
+                                          "vrt.inv_en",  "vrt.inv",           "vrt.overrng_en",
+                                          "vrt.overrng", "vrt.sampleloss_en", "vrt.sampleloss"};
 
-std::vector<std::string> dissect(const std::string& path) {
+std::vector<std::string> dissect(const std::string& path, const std::vector<const char*>& fields) {
     std::string command = "tshark -n -r '" + path + "' -T fields -E separator=,";
-    for (const char* field : kFields) {
+    for (const char* field : fields) {
         command += std::string(" -e ") + field;
     }
     std::vector<std::string> lines;
@@ -103,42 +101,74 @@ std::string expected(const WirePacket& packet) {
     return text.str();
 }
 
-TEST_F(Dissector, packetsReadTheSameInAnIndependentDissector) {
-    if (std::system("tshark --version >/dev/null 2>&1") != 0) {
-        GTEST_SKIP() << "tshark is not installed";
+/// Captures of the unit, one after another, with their contexts.
+class Dissector : public UnitTest {
+ protected:
+    void SetUp() override {
+        if (std::system("tshark --version >/dev/null 2>&1") != 0) {
+            GTEST_SKIP() << "tshark is not installed";
+        }
+        mcOptions.pace = vnksim::Pace::flatOut;
     }
-    mcOptions.pace = vnksim::Pace::flatOut;
-    // Some packets clip, some carry flags that faults have set.
-    startUnit(vnksim::Scene().tone(100.1e6, 0).noise(-120));
-    std::vector<WirePacket> packets;
-    const auto take = [&](const std::string& setup) {
+    void take(const std::string& setup) {
         mpScpi->send(":TRACe:SPPacket 256;FREQ:CENT 100000000 Hz;" + setup + ";:TRACe:STReam:STARt 77");
         std::vector<WirePacket> contexts;
         const auto data = takeData(*mpData, 20, &contexts);
         mpScpi->send(":TRACe:STReam:STOP; :SYSTEM:FLUSH");
-        packets.insert(packets.end(), contexts.begin(), contexts.end());
-        packets.insert(packets.end(), data.begin(), data.end());
+        mlTaken.insert(mlTaken.end(), contexts.begin(), contexts.end());
+        mlTaken.insert(mlTaken.end(), data.begin(), data.end());
         EXPECT_TRUE(mpScpi->ask("*IDN?").has_value());
         while (!mpData->quiet(100)) {
             nextPacket(*mpData);
         }
-    };
+    }
+    std::vector<std::string> linesOf(const std::vector<const char*>& fields) {
+        const auto path =
+            std::filesystem::temp_directory_path() / ("vnk-packets-" + std::to_string(::getpid()) + ".pcap");
+        std::ofstream(path, std::ios::binary) << captureFile(mlTaken);
+        const auto lines = dissect(path.string(), fields);
+        std::filesystem::remove(path);
+        return lines;
+    }
+    void compare() {
+        const auto lines = linesOf(kFields);
+        ASSERT_EQ(lines.size(), mlTaken.size());
+        for (size_t i = 0; i < lines.size(); ++i) {
+            EXPECT_EQ(lines[i], expected(mlTaken[i])) << i;
+        }
+    }
+
+    std::vector<WirePacket> mlTaken;
+};
+
+TEST_F(Dissector, packetsReadTheSameInAnIndependentDissector) {
+    // Some packets clip, some carry flags that faults have set.
+    startUnit(vnksim::Scene().tone(100.1e6, 0).noise(-120));
     take(":SENSE:DEC 64");
     take(":SENSe:DECimation OFF");
     mpUnit->faults().apply("spectralInversion");
     mpUnit->faults().apply("trailerClear," + std::to_string(vnksim::trailer::kValidData));
     take(":SENSE:DEC 8");
-    ASSERT_EQ(packets.size(), 3u * 23u);
+    ASSERT_EQ(mlTaken.size(), 3u * 23u);
+    compare();
+}
 
-    const auto path =
-        std::filesystem::temp_directory_path() / ("vnk-packets-" + std::to_string(::getpid()) + ".pcap");
-    std::ofstream(path, std::ios::binary) << captureFile(packets);
-    const auto lines = dissect(path.string());
-    std::filesystem::remove(path);
-    ASSERT_EQ(lines.size(), packets.size());
-    for (size_t i = 0; i < lines.size(); ++i) {
-        EXPECT_EQ(lines[i], expected(packets[i])) << i;
-    }
+TEST_F(Dissector, packetsOfTheSecondFamilyDoToo) {
+    startUnit(vnksim::Scene().tone(100.1e6, 3).noise(-120), "Quillon");
+    take(":SENSE:DEC 64");
+    take(":SENSE:DEC 1;:DEBUG:REFERENCE:LEVEL 10");
+    mpUnit->faults().apply("spectralInversion");
+    take(":SENSE:DEC 8;:DEBUG:REFERENCE:LEVEL -40");
+    ASSERT_EQ(mlTaken.size(), 3u * 22u);
+    compare();
+    mlTaken.clear();
+    mpUnit->faults().apply("contextTsm");
+    take(":SENSE:DEC 2");
+    const auto lines = linesOf({"vrt.type", "vrt.tsmflag"});
+    ASSERT_EQ(lines.size(), 22u);
+    EXPECT_EQ(lines[0], "4,1");
+    // The dissector shows the bit of contexts alone.
+    EXPECT_EQ(lines[1], "5,");
 }
 
 }  // namespace

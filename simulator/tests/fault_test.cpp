@@ -104,6 +104,20 @@ TEST_F(Fault, identifierIsLeftOutOrWrong) {
     EXPECT_EQ(contexts[2].word(24), 3u);
 }
 
+TEST_F(Fault, contextsAreMissingOrCarryTheModeBitAndDataAnotherStream) {
+    set("contextMissing");
+    set("contextTsm");
+    set("dataStreamOffset,2");
+    startStream();
+    const auto context = nextPacket(*mpData), data = nextPacket(*mpData);
+    ASSERT_TRUE(context.has_value() && data.has_value());
+    EXPECT_EQ(context->bytes[0], 0x51);
+    EXPECT_EQ(context->stream(), 0x90000004u);
+    EXPECT_EQ(data->bytes[0], 0x14);
+    EXPECT_EQ(data->stream(), 0x90000005u);
+    EXPECT_EQ(data->words(), 1030u);
+}
+
 TEST_F(Fault, packetsAreDroppedOnceAndEveryNth) {
     set("dropOnce,2");
     auto counters = [](const std::vector<WirePacket>& packets) {

@@ -29,14 +29,14 @@ class QuillonTest : public UnitTest {
         return static_cast<double>(context.longWord(32)) / 1048576;
     }
     static bool isTuning(const WirePacket& packet) { return packet.type() == 4; }
-    /// Ends what runs and reads the rest of its packets.
-    void stopAndDrain() {
+    /// Ends what runs; a new data connection gets nothing of it.
+    void stopAndReconnect() {
         mpScpi->send(":TRACe:STReam:STOP; :SYSTEM:FLUSH");
         ASSERT_TRUE(mpScpi->ask("*IDN?").has_value());
-        ASSERT_TRUE(vnktest::waitUntil([this] {
-            mpData->receive(1 << 20, 1);
-            return mpData->quiet(100);
-        }));
+        mpData.reset();
+        ASSERT_TRUE(vnktest::waitUntil([this] { return mpUnit->state().dataConnections == 0; }));
+        mpData = std::make_unique<Client>(mcOptions.address, vnksim::kDataPort);
+        ASSERT_TRUE(vnktest::waitUntil([this] { return mpUnit->state().dataConnections == 1; }));
     }
 
     static constexpr double kRate = 122.88e6;

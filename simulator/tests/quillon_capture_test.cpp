@@ -78,7 +78,7 @@ TEST_F(QuillonCapture, timesAreExactToThePicosecondAndCountersRunOn) {
             EXPECT_LT(packets[i].picoseconds(), 1000000000000u);
             EXPECT_EQ(packets[i].counter(), i % 16);
         }
-        stopAndDrain();
+        stopAndReconnect();
     }
 }
 

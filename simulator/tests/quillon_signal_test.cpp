@@ -111,7 +111,9 @@ TEST_F(QuillonSignal, inversionMirrorsAboutTheCentreAndIsFlagged) {
 
 TEST_F(QuillonSignal, gainOfTheBandShapesTonesByTheirPlaceInIt) {
     const auto set1 = vnksim::makeCorrectionSet({{9000000, 0}}, {{0, 1000000, 2000000, 3000000}});
-    mcOptions.ifGaindB = vnksim::gainOfCorrections(set1, kRate);
+    const double band = vnksim::sampledBandHz(vnksim::Family::second);
+    mcOptions.ifGaindB = vnksim::gainOfCorrections(set1, band);
+    EXPECT_EQ(band, kRate);
     EXPECT_DOUBLE_EQ(mcOptions.ifGaindB(1e9, 61.44e6), 2);
     EXPECT_DOUBLE_EQ(mcOptions.ifGaindB(1e9, 46.08e6), 1.5);
     startQuillon(Scene().tone(1e9, -30).tone(1e9 - 15.36e6, -40));

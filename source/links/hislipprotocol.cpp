@@ -31,9 +31,10 @@ HiSlipProtocol::~HiSlipProtocol() {
 bool HiSlipProtocol::open(const std::string& host) {
     utils::ScopedLock cGuard(mcOpenLock);
     closeConnections();
+    ReferencePtr<HSDataTransport> cFormer;
     {
         std::lock_guard<std::mutex> cState(mcStateMutex);
-        mcDataTransport = nullptr;
+        std::swap(cFormer, mcDataTransport);
     }
     mcHost = utils::beforeFirst(host, ":");
     return connect();
@@ -61,7 +62,8 @@ bool HiSlipProtocol::connect() {
 }
 
 bool HiSlipProtocol::connectTo(Connection& cConnection, const char* channel) {
-    cConnection.mcTransport = TransportType::openByName("TCP/IP", mcHost + ":4880");
+    if (!mcHost.empty())
+        cConnection.mcTransport = TransportType::openByName("TCP/IP", mcHost + ":4880");
     return cConnection.mcTransport || fail("Failed to open " + std::string(channel) + " connection at :4880");
 }
 

@@ -43,7 +43,7 @@ class DataChannels : public testing::Test {
 };
 
 TEST_F(DataChannels, ItIsTiedToTheSessionThatTheUnitTells) {
-    mcPeer.muSession = 77;   // what the query says counts, not what the handshake said
+    mcPeer.muSession = 77;  // what the query says counts, not what the handshake said
     const auto cTransport = openDataChannel(*mcProtocol);
     ASSERT_TRUE(cTransport);
     EXPECT_TRUE(cTransport->isOpen());
@@ -92,7 +92,8 @@ TEST_F(DataChannels, AClosedSessionHasNone) {
     mcProtocol->close();
     vnktest::clearLog();
     EXPECT_FALSE(openDataChannel(*mcProtocol));
-    EXPECT_THAT(failures(), testing::ElementsAre(LogLine(-4001, "Failed to open Varnik data connection at :4881")));
+    EXPECT_THAT(failures(),
+                testing::ElementsAre(LogLine(-4001, "Failed to open Varnik data connection at :4881")));
 }
 
 TEST_F(DataChannels, AUnitWithoutThePortIsReported) {

@@ -19,7 +19,7 @@ using vnktest::peerBytes;
 namespace {
 
 constexpr uint32_t kFirst = 0xFFFFFF00;
-constexpr uint32_t kPatience = 30000;   // of waits that end early
+constexpr uint32_t kPatience = 30000;  // of waits that end early
 const LogLine kNoTransaction{-4000, "Recieved DataEnd - does not match a transaction"};
 const LogLine kNoTransactionYet{-4000, "Recieved Data - does not match a transaction"};
 const LogLine kBadState{-4000, "Trapped bad state"};
@@ -36,7 +36,9 @@ class HSDataTransports : public testing::Test {
           mcTransport(makeReference<HSDataTransport>(mcWire, mcMarshaller)) {
         vnktest::clearLog();
     }
-    static ReferencePtr<MemoryBlock> block(const std::string& bytes) { return makeReference<MemoryBlock>(bytes); }
+    static ReferencePtr<MemoryBlock> block(const std::string& bytes) {
+        return makeReference<MemoryBlock>(bytes);
+    }
     bool send(const std::string& bytes) {
         std::string errorText;
         return mcTransport->send(block(bytes), errorText);
@@ -117,8 +119,8 @@ TEST_F(HSDataTransports, AFailedSendCountsForNothing) {
 }
 
 TEST_F(HSDataTransports, AReplyInPiecesIsOneReply) {
-    mcWire->reply(peerBytes(6, 0, kFirst, "one ") + peerBytes(6, 0, kFirst) + peerBytes(6, 0, kFirst, "two ") +
-                  peerBytes(7, 0, kFirst, "three"));
+    mcWire->reply(peerBytes(6, 0, kFirst, "one ") + peerBytes(6, 0, kFirst) +
+                  peerBytes(6, 0, kFirst, "two ") + peerBytes(7, 0, kFirst, "three"));
     EXPECT_EQ(text(mcTransport->transact(block("x?"), kPatience, 0)), "one two three");
     EXPECT_THAT(vnktest::takeLog(), testing::IsEmpty());
 }
@@ -332,7 +334,8 @@ TEST_F(HSDataTransports, AnotherConnectionTakesOverAndEndsWaitsOfTheOld) {
 
 TEST_F(HSDataTransports, PollingAndTheTransactionsOfEveryTransportWorkOverItToo) {
     for (uint32_t i = 0; i < 100; ++i) {
-        mcWire->reply(peerBytes(6, 0, HiSlip::messageID(i), "re") + peerBytes(7, 0, HiSlip::messageID(i), "ply"));
+        mcWire->reply(peerBytes(6, 0, HiSlip::messageID(i), "re") +
+                      peerBytes(7, 0, HiSlip::messageID(i), "ply"));
         const auto cReply = mcTransport->Transport::transact(block("x?"), kPatience, 5);
         EXPECT_EQ(text(cReply), "reply") << i;
     }

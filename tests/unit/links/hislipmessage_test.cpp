@@ -61,7 +61,8 @@ TEST_F(HiSlipMessages, WhatIsWrittenIsTheStandardsBytes) {
     EXPECT_EQ(HiSlip::serialise(HiSlip::makeMessage(0x80, 7))->getText(), peerBytes(0x80, 0, 7));
     const auto cPartlyRead = blockOf("12345");
     cPartlyRead->setReadPosition(2);
-    EXPECT_EQ(HiSlip::serialise(HiSlip::makeMessage(7, 7, cPartlyRead))->getText(), peerBytes(7, 0, 7, "345"));
+    EXPECT_EQ(HiSlip::serialise(HiSlip::makeMessage(7, 7, cPartlyRead))->getText(),
+              peerBytes(7, 0, 7, "345"));
 }
 
 TEST_F(HiSlipMessages, EveryCutLeavesTheReadPositionWhereItWas) {

@@ -217,7 +217,7 @@ class HiSlipPeer {
     std::list<TestSocket> mlSockets;
     std::list<std::thread> mlReaders;
     size_t muConnections = 0;
-    std::map<int, TestSocket*> mpNewest;   // by the type of message that came on it
+    std::map<int, TestSocket*> mpNewest;  // by the type of message that came on it
 };
 
 }  // namespace vnktest

@@ -107,7 +107,7 @@ TEST_F(HiSlipProtocols, AHandshakeMayComeByteByByte) {
 /// What a unit does wrong at one message of the handshake, and what is told of it.
 struct HandshakeFault {
     const char* mpName;
-    int miMessage;   // at which it happens
+    int miMessage;  // at which it happens
     HiSlipPeer::Handler mcFault;
     std::vector<std::string> mlTexts;
 };
@@ -145,7 +145,9 @@ std::vector<HandshakeFault> handshakeFaults() {
     const std::string init = peerBytes(1, 0, 0x10001234);
     const std::string async = peerBytes(18, 0, 0x4142);
     const auto wrong = [](std::string bytes) { return bytes.replace(0, 2, "SH"); };
-    const auto noise = [](TestSocket& cSocket, const PeerMessage&) { sendForEver(cSocket, std::string(5000, 'x')); };
+    const auto noise = [](TestSocket& cSocket, const PeerMessage&) {
+        sendForEver(cSocket, std::string(5000, 'x'));
+    };
     const auto slow = [](TestSocket& cSocket, const PeerMessage&) {
         sendForEver(cSocket, peerBytes(1, 0, 0, "", 200u << 20));
     };
@@ -160,11 +162,17 @@ std::vector<HandshakeFault> handshakeFaults() {
         {"InitCutPayload", 0, sends(peerBytes(1, 0, 1, "abc", 4)), {kNoInit}},
         {"InitReset", 0, reset, {kNoInit}},
         {"InitWrongPrefix", 0, sendsAndEnds(wrong(init)), {"Trapped bad state", kNoInit}},
-        {"InitTooLong", 0, sendsAndEnds(peerBytes(1, 0, 1, "", ~uint64_t{0})), {"Trapped bad state", kNoInit}},
+        {"InitTooLong",
+         0,
+         sendsAndEnds(peerBytes(1, 0, 1, "", ~uint64_t{0})),
+         {"Trapped bad state", kNoInit}},
         {"InitNoise", 0, noise, {"Trapped bad state", kNoInit}},
         {"InitEndlessPayload", 0, slow, {kNoInit}},
         {"InitWrongType", 0, sends(async), {"Bad initialize response - received unexpected message 18"}},
-        {"InitEchoed", 0, sends(peerBytes(0, 0, 0)), {"Bad initialize response - received unexpected message 0"}},
+        {"InitEchoed",
+         0,
+         sends(peerBytes(0, 0, 0)),
+         {"Bad initialize response - received unexpected message 0"}},
         {"InitFatal", 0, sends(peerBytes(2, 3, 0)), {refused + "fatal error code 3"}},
         {"InitFatalText", 0, sends(peerBytes(2, 4, 0, "full")), {refused + "fatal error code 4", "full"}},
         {"InitError", 0, sends(peerBytes(3, 1, 0, "bad")), {refused + " error code 1", "bad"}},
@@ -175,8 +183,13 @@ std::vector<HandshakeFault> handshakeFaults() {
         {"AsyncReset", 17, reset, {kNoAsync}},
         {"AsyncWrongPrefix", 17, sendsAndEnds(wrong(async)), {"Trapped bad state", kNoAsync}},
         {"AsyncNoise", 17, noise, {"Trapped bad state", kNoAsync}},
-        {"AsyncWrongType", 17, sends(init), {"Bad async initialize response - received unexpected message 1"}},
-        {"AsyncWrongSession", 17, sends(peerBytes(2, 2, 0, "no such session")),
+        {"AsyncWrongType",
+         17,
+         sends(init),
+         {"Bad async initialize response - received unexpected message 1"}},
+        {"AsyncWrongSession",
+         17,
+         sends(peerBytes(2, 2, 0, "no such session")),
          {asyncRefused + "fatal error code 2", "no such session"}},
         {"AsyncError", 17, sends(peerBytes(3, 255, 0)), {asyncRefused + " error code 255"}},
     };
@@ -254,8 +267,8 @@ TEST_F(HiSlipProtocols, AnyOtherAnswerToTheLockIsReported) {
         mcPeer.on(4, sends(peerBytes(5, iCode, 0)));
         EXPECT_FALSE(mcProtocol->lock());
         EXPECT_THAT(vnktest::takeLog(),
-                    testing::ElementsAre(LogLine(-4002, "AsyncLockResponse indicates error -  code " +
-                                                            std::to_string(iCode))));
+                    testing::ElementsAre(LogLine(
+                        -4002, "AsyncLockResponse indicates error -  code " + std::to_string(iCode))));
     }
 }
 

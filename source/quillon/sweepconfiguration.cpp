@@ -31,10 +31,6 @@ std::optional<uint32_t> QuillonSweepConfiguration::placeOf(uint64_t uFrequencyHz
     return static_cast<uint32_t>(std::min<uint64_t>(uBlock, 0xFFFFFFFF));
 }
 
-uint32_t QuillonSweepConfiguration::binsAt(uint32_t uPlace) const {
-    return tunedBins(mcPlan, uPlace).count();
-}
-
 /// The lowest frequency first. Blocks whose spectrum is inverted have been conjugated before.
 FloatArray& QuillonSweepConfiguration::magnitudes(const SweepBlock& cBlock) {
     const ComplexArray& cBins = mcTransform.ofComplex(*cBlock.mcSamples);

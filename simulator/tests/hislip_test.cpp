@@ -536,9 +536,10 @@ TEST(HislipFaults, areUnderstoodAsTextOrRefused) {
     EXPECT_EQ(known.at("InitializeResponse").text, "a b");
     EXPECT_EQ(known.at("InitializeResponse").times, 2);
     for (const char* wrong :
-         {"hislip", "hislip,Reply", "hislip,NoSuchMessage,missing", "hislip,Reply,late=5", "hislip,Reply,lateMs",
-          "hislip,Reply,lateMs=-1", "hislip,Reply,lateMs=4294967296", "hislip,Reply,type=0x", "hislip,,missing",
-          "hislip,Reply,missing=1", "hislip,Reply,prefix=H", "hislip,Reply,id=x"}) {
+         {"hislip", "hislip,Reply", "hislip,NoSuchMessage,missing", "hislip,Reply,late=5",
+          "hislip,Reply,lateMs", "hislip,Reply,lateMs=-1", "hislip,Reply,lateMs=4294967296",
+          "hislip,Reply,type=0x", "hislip,,missing", "hislip,Reply,missing=1", "hislip,Reply,prefix=H",
+          "hislip,Reply,id=x"}) {
         EXPECT_FALSE(faults.apply(wrong)) << wrong;
     }
     EXPECT_EQ(faults.snapshot().hislip.size(), 1u);

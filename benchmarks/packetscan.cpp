@@ -3,35 +3,70 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstring>
+#include <ctime>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "links/vita49protocol.h"
 #include "links/zelvar-vita49protocol.h"
 
 namespace {
 
-using namespace VITA49Zelvar;
-
 constexpr size_t kStreamBytes = size_t{8} << 20;
 
-class Counter : public VITA49ZelvarProtocol::Listener {
- public:
-    void handleReceiverContext(ReferencePtr<ReceiverContext>) override { ++muPackets; }
-    void handleDigitizerContext(ReferencePtr<DigitizerContext>) override { ++muPackets; }
-    void handleExtensionContext(ReferencePtr<ExtensionContext>) override { ++muPackets; }
-    void handleIFDataIQ14(ReferencePtr<IFDataIQ14> cPacket) override {
-        ++muPackets;
-        muSamples += cPacket->sampleCount();
-    }
-    void handleIFDataI14(ReferencePtr<IFDataI14>) override { ++muPackets; }
-    void handleIFDataI24(ReferencePtr<IFDataI24>) override { ++muPackets; }
-    uint64_t muPackets = 0;
-    uint64_t muSamples = 0;
+/// The first family's dialect.
+struct Zelvar {
+    using Protocol = VITA49ZelvarProtocol;
+    class Counter : public Protocol::Listener {
+     public:
+        void handleReceiverContext(ReferencePtr<VITA49Zelvar::ReceiverContext>) override { ++muPackets; }
+        void handleDigitizerContext(ReferencePtr<VITA49Zelvar::DigitizerContext>) override { ++muPackets; }
+        void handleExtensionContext(ReferencePtr<VITA49Zelvar::ExtensionContext>) override { ++muPackets; }
+        void handleIFDataIQ14(ReferencePtr<VITA49Zelvar::IFDataIQ14> cPacket) override {
+            ++muPackets;
+            muSamples += cPacket->sampleCount();
+            if (mbDecode)
+                benchmark::DoNotOptimize(cPacket->getScaledSamples(0.5f, false)->getData());
+        }
+        void handleIFDataI14(ReferencePtr<VITA49Zelvar::IFDataI14>) override { ++muPackets; }
+        void handleIFDataI24(ReferencePtr<VITA49Zelvar::IFDataI24>) override { ++muPackets; }
+        bool mbDecode = false;
+        uint64_t muPackets = 0;
+        uint64_t muSamples = 0;
+    };
+    static void begin(Protocol&) {}
 };
 
-/// Data packets of the size asked for, with random samples.
+/// The generic form, each data packet with the decoding context of its stream.
+struct Generic {
+    using Protocol = VITA49Protocol;
+    class Counter : public Protocol::Listener {
+     public:
+        void handleIFData(ReferencePtr<VITA49::IFData> cPacket) override {
+            ++muPackets;
+            muSamples += cPacket->sampleCount();
+            if (mbDecode)
+                benchmark::DoNotOptimize(cPacket->getScaledSamples(0.5f)->getData());
+        }
+        void handleIFContext(ReferencePtr<VITA49::IFContext>) override { ++muPackets; }
+        void handleExtensionData(ReferencePtr<VITA49::ExtensionData>) override { ++muPackets; }
+        void handleExtensionContext(ReferencePtr<VITA49::ExtensionContext>) override { ++muPackets; }
+        bool mbDecode = false;
+        uint64_t muPackets = 0;
+        uint64_t muSamples = 0;
+    };
+    static void begin(Protocol& cProtocol) {
+        const auto cContext = makeReference<utils::MemoryBlock>(0u);
+        for (uint32_t uWord : {0x40600008u, 0x90000003u, 0u, 0u, 0u, 1u << 15, 0x200003CFu, 0u})
+            cContext->writeU32(uWord);
+        cProtocol.onData(cContext);
+    }
+};
+
+/// Data packets of the size asked for, with random samples. Both forms take them.
 std::string stream(uint32_t uWords) {
     std::mt19937 cRandom(1);
     std::string bytes;
@@ -57,37 +92,85 @@ std::vector<ReferencePtr<utils::MemoryBlock>> blocksOf(const std::string& bytes,
     return lBlocks;
 }
 
+using Blocks = std::vector<ReferencePtr<utils::MemoryBlock>>;
+
+double threadSeconds() {
+    timespec cTime{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &cTime);
+    return static_cast<double>(cTime.tv_sec) + static_cast<double>(cTime.tv_nsec) * 1e-9;
+}
+
+template <typename Family>
+class Scan {
+ public:
+    explicit Scan(bool bDecode) {
+        mcCounter.mbDecode = bDecode;
+        Family::begin(*mcProtocol);
+        mcProtocol->addListener(&mcCounter);
+    }
+    void run(const Blocks& lBlocks) {
+        for (const auto& cBlock : lBlocks) {
+            cBlock->setReadPosition(0);
+            mcProtocol->onData(cBlock);
+        }
+    }
+    /// Seconds of this thread, whoever else has the processor.
+    double time(const Blocks& lBlocks) {
+        const double fStart = threadSeconds();
+        run(lBlocks);
+        return threadSeconds() - fStart;
+    }
+
+    typename Family::Counter mcCounter;
+
+ private:
+    ReferencePtr<typename Family::Protocol> mcProtocol = makeReference<typename Family::Protocol>(nullptr);
+};
+
+template <typename Family>
 void packetScan(benchmark::State& cState) {
     const std::string bytes = stream(static_cast<uint32_t>(cState.range(0)));
     const auto lBlocks = blocksOf(bytes, static_cast<uint32_t>(cState.range(1)));
-    Counter cCounter;
-    const auto cProtocol = makeReference<VITA49ZelvarProtocol>(nullptr);
-    cProtocol->addListener(&cCounter);
+    Scan<Family> cScan(false);
     for (auto _ : cState)
-        for (const auto& cBlock : lBlocks) {
-            cBlock->setReadPosition(0);
-            cProtocol->onData(cBlock);
-        }
-    if (cCounter.muPackets == 0 || cCounter.muSamples == 0)
+        cScan.run(lBlocks);
+    if (cScan.mcCounter.muPackets == 0 || cScan.mcCounter.muSamples == 0)
         cState.SkipWithError("no packets");
     cState.SetBytesProcessed(static_cast<int64_t>(bytes.size()) * cState.iterations());
     cState.counters["packets"] =
-        benchmark::Counter(static_cast<double>(cCounter.muPackets), benchmark::Counter::kIsRate);
+        benchmark::Counter(static_cast<double>(cScan.mcCounter.muPackets), benchmark::Counter::kIsRate);
 }
 
-/// Noise with no packet in it: what a scan for the next stream ID costs.
+/// Both families by turns over the same bytes: how many times the first family's time the generic form takes,
+/// as the median of all turns. The third argument says whether the samples are decoded too.
+void genericBesideFirstFamily(benchmark::State& cState) {
+    const std::string bytes = stream(static_cast<uint32_t>(cState.range(0)));
+    const auto lBlocks = blocksOf(bytes, static_cast<uint32_t>(cState.range(1)));
+    Scan<Zelvar> cFirst(cState.range(2) != 0);
+    Scan<Generic> cGeneric(cState.range(2) != 0);
+    std::vector<double> lRatios;
+    for (auto _ : cState) {
+        const double fFirst = cFirst.time(lBlocks);
+        lRatios.push_back(cGeneric.time(lBlocks) / fFirst);
+    }
+    if (cFirst.mcCounter.muSamples == 0 || cFirst.mcCounter.muSamples != cGeneric.mcCounter.muSamples)
+        cState.SkipWithError("not the same samples");
+    std::nth_element(lRatios.begin(), lRatios.begin() + static_cast<std::ptrdiff_t>(lRatios.size() / 2),
+                     lRatios.end());
+    cState.counters["ratio"] = lRatios[lRatios.size() / 2];
+}
+
+/// Noise with no packet in it: what a scan for the next stream ID, or the next word 0, costs.
+template <typename Family>
 void noiseScan(benchmark::State& cState) {
     std::mt19937 cRandom(2);
     std::string bytes(kStreamBytes, '\0');
     for (char& cByte : bytes)
-        cByte = static_cast<char>(cRandom() | 1);  // no zero byte, so no stream ID
+        cByte = static_cast<char>(cRandom() | 1);  // no zero byte, no even one: no start of either form
     const auto lBlocks = blocksOf(bytes, 65536);
-    const auto cProtocol = makeReference<VITA49ZelvarProtocol>(nullptr);
+    Scan<Family> cScan(false);
     for (auto _ : cState)
-        for (const auto& cBlock : lBlocks) {
-            cBlock->setReadPosition(0);
-            cProtocol->onData(cBlock);
-        }
+        cScan.run(lBlocks);
     cState.SetBytesProcessed(static_cast<int64_t>(bytes.size()) * cState.iterations());
 }
 
@@ -105,13 +188,21 @@ void copyOfTheSameBytes(benchmark::State& cState) {
     cState.SetBytesProcessed(static_cast<int64_t>(bytes.size()) * cState.iterations());
 }
 
-BENCHMARK(packetScan)
-    ->Args({16384, 65536})
-    ->Args({16384, 262144})
-    ->Args({65509, 65536})
-    ->Args({1024, 65536})
-    ->Args({262, 1460});
-BENCHMARK(noiseScan);
+void sizes(benchmark::internal::Benchmark* pBenchmark) {
+    pBenchmark->Args({16384, 65536})
+        ->Args({16384, 262144})
+        ->Args({65509, 65536})
+        ->Args({1024, 65536})
+        ->Args({262, 1460});
+}
+
+BENCHMARK(packetScan<Zelvar>)->Apply(sizes);
+BENCHMARK(packetScan<Generic>)->Apply(sizes);
+BENCHMARK(genericBesideFirstFamily)
+    ->ArgsProduct({{262, 1024, 16384}, {65536}, {0, 1}})
+    ->ArgNames({"words", "block", "decoded"});
+BENCHMARK(noiseScan<Zelvar>);
+BENCHMARK(noiseScan<Generic>);
 BENCHMARK(copyOfTheSameBytes)->Arg(65536)->Arg(262144);
 
 }  // namespace

@@ -8,8 +8,18 @@ uint32_t _syncWord0::match(uint8_t uByte, uint32_t uOffset) {
 }
 
 const uint8_t* _syncWord0::findFirst(const uint8_t* pFrom, const uint8_t* pEnd) {
-    const uint8_t* const pFound = std::find_if(pFrom, pEnd, begins);
-    return pFound == pEnd ? nullptr : pFound;
+    // In a healthy stream the first byte; in noise whole runs without a start are stepped over.
+    constexpr std::ptrdiff_t kRun = 32;
+    for (; pEnd - pFrom >= kRun && !begins(*pFrom); pFrom += kRun) {
+        uint8_t uAny = 0;
+        for (std::ptrdiff_t i = 0; i < kRun; ++i)
+            uAny |= static_cast<uint8_t>(begins(pFrom[i]));
+        if (uAny != 0)
+            break;
+    }
+    while (pFrom != pEnd && !begins(*pFrom))
+        ++pFrom;
+    return pFrom == pEnd ? nullptr : pFrom;
 }
 
 void DecodingContexts::store(uint32_t uStreamID, ReferencePtr<VITA49::DecodingContext> cContext) {

@@ -94,9 +94,9 @@ void HiSlipHandlers::endAll() {
         cHandler->end();
 }
 
-bool HSReply::add(const HiSlip::Message& cMessage) {
+bool HSReply::add(const HiSlip::Message& cMessage, uint64_t uLongest) {
     const uint32_t uLength = cMessage.mcPayload ? cMessage.mcPayload->getSize() : 0;
-    if (uint64_t{size()} + uLength > HiSlip::kLongestPayload) {
+    if (uint64_t{size()} + uLength > uLongest) {
         *this = HSReply();
         return false;
     }
@@ -117,8 +117,12 @@ void HSTransaction::wait() {
     mcBarrier.wait(uNow < muDeadlineMicroseconds ? muDeadlineMicroseconds - uNow : 0);
 }
 
-_Marshaller::_Marshaller(ReferencePtr<HiSlipHandlers> cHandlers, HiSlip::Assembler cReceived, bool bOverlap)
-    : mcHandlers(std::move(cHandlers)), mbOverlap(bOverlap), mcReceived(std::move(cReceived)) {}
+_Marshaller::_Marshaller(ReferencePtr<HiSlipHandlers> cHandlers, HiSlip::Assembler cReceived, bool bOverlap,
+                         uint64_t uLongestReply)
+    : mcHandlers(std::move(cHandlers)),
+      mbOverlap(bOverlap),
+      muLongestReply(uLongestReply),
+      mcReceived(std::move(cReceived)) {}
 
 bool _Marshaller::onData(ReferencePtr<utils::MemoryBlock> cBlock) {
     if (!cBlock)
@@ -155,7 +159,7 @@ bool _Marshaller::giveToTransaction(const HiSlip::Message& cMessage) {
     if (cFound == mlTransactions.end())
         return false;
     HSTransaction& cTransaction = **cFound;
-    const bool bFits = cTransaction.mcReply.add(cMessage);
+    const bool bFits = cTransaction.mcReply.add(cMessage, muLongestReply);
     if (!bFits) {
         HiSlip::reportBadState();
         cTransaction.mcErrorText = "Trapped bad state";
@@ -170,7 +174,7 @@ bool _Marshaller::giveToTransaction(const HiSlip::Message& cMessage) {
 /// A reply to the last message may be there before anybody waits for it.
 void _Marshaller::keep(const HiSlip::Message& cMessage) {
     const bool bReply = mcLastMessageID && (mbOverlap || *mcLastMessageID == cMessage.muParameter);
-    if (bReply && !mcKept.mbEnded && !mcKept.add(cMessage))
+    if (bReply && !mcKept.mbEnded && !mcKept.add(cMessage, muLongestReply))
         HiSlip::reportBadState();
 }
 

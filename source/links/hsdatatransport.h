@@ -37,8 +37,8 @@ struct HSReply {
     ReferencePtr<utils::MemoryBlock> mcBlock;
     bool mbEnded = false;
 
-    /// False, and nothing is kept any more, when the reply is longer than any reply is.
-    bool add(const HiSlip::Message& cMessage);
+    /// False, and nothing is kept any more, when the reply becomes longer than that.
+    bool add(const HiSlip::Message& cMessage, uint64_t uLongest = HiSlip::kLongestPayload);
     uint32_t size() const { return mcBlock ? mcBlock->getReadableDataLength() : 0; }
 };
 
@@ -68,7 +68,8 @@ class HSTransaction : public utils::ReferenceCountedObject {
 /// to those who wait in turn. A reply to the last message sent that nobody waits for is kept, one at most.
 class _Marshaller : public utils::ReferenceCountedObject, public Transport::Callback {
  public:
-    _Marshaller(ReferencePtr<HiSlipHandlers> cHandlers, HiSlip::Assembler cReceived, bool bOverlap);
+    _Marshaller(ReferencePtr<HiSlipHandlers> cHandlers, HiSlip::Assembler cReceived, bool bOverlap,
+                uint64_t uLongestReply = HiSlip::kLongestPayload);
 
     bool onData(ReferencePtr<utils::MemoryBlock> cBlock) override;
     void onError(const std::string& text) override;
@@ -104,6 +105,7 @@ class _Marshaller : public utils::ReferenceCountedObject, public Transport::Call
 
     const ReferencePtr<HiSlipHandlers> mcHandlers;
     const bool mbOverlap;
+    const uint64_t muLongestReply;
     HiSlip::Assembler mcReceived;  // the polling thread's
     std::atomic<uint32_t> muMessageCounter{0};
     utils::NamedLock mcSendLock{"HSDataTransport::mcMarshaller::mcSendLock"};

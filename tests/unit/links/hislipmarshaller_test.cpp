@@ -232,13 +232,27 @@ TEST(HSReplies, AReplyIsBounded) {
     EXPECT_EQ(cReply.size(), 0u);
 }
 
-TEST_F(HSDataTransports, AWaitForAReplyThatNeverEndsEndsAtTheBound) {
+TEST_F(HSDataTransports, AReplyThatNeverEndsIsDroppedAtTheBound) {
+    const auto cWire = makeReference<FakeTransport>();
+    mcMarshaller = makeReference<_Marshaller>(mcHandlers, HiSlip::Assembler(), false, uint64_t{1} << 20);
+    mcTransport->attach(cWire, mcMarshaller);
     send("x?");
+    const std::string bytes = peerBytes(6, 0, kFirst, std::string(1u << 17, 'x'));
+    for (int i = 0; i < 8; ++i)
+        arrive(bytes);
+    EXPECT_THAT(vnktest::takeLog(), testing::Each(kNoTransactionYet));
+    arrive(peerBytes(6, 0, kFirst, "x"));
+    EXPECT_THAT(vnktest::takeLog(), testing::ElementsAre(kNoTransactionYet, kBadState));
+    EXPECT_FALSE(mcTransport->flush());
+    // One who waits for it gets nothing, at once.
     std::string errorText;
     ReferencePtr<MemoryBlock> cReply;
-    std::thread cReceiver([&] { cReply = mcTransport->receive(10 * kPatience, errorText); });
-    const std::string bytes = peerBytes(6, 0, kFirst, std::string(32u << 20, 'x'));
-    for (int i = 0; i < 9; ++i)
+    std::atomic<bool> bDone{false};
+    std::thread cReceiver([&] {
+        cReply = mcTransport->receive(10 * kPatience, errorText);
+        bDone = true;
+    });
+    while (!bDone.load())
         arrive(bytes);
     cReceiver.join();
     EXPECT_FALSE(cReply);

@@ -149,7 +149,8 @@ IFContext::IFContext(ReferencePtr<utils::MemoryBlock> cBlock) : Packet(std::move
     cReader.take(27, muRFFrequency);
     cReader.take(26, muRFFrequencyOffset);
     cReader.take(25, muIFBandOffset);
-    if (cReader.take(24, uWord))
+    mbReferenceLevel = cReader.take(24, uWord);
+    if (mbReferenceLevel)
         miReferenceLevel = static_cast<int16_t>(uWord & 0xFFFFu);
     // The gains of a unit that sends this form mean nothing.
     if (cReader.skipWord(23))

@@ -125,6 +125,7 @@ class IFContext : public Packet {
     uint64_t muRFFrequencyOffset = kAbsent64;
     uint64_t muIFBandOffset = kAbsent64;
     int16_t miReferenceLevel = 0;  // dBm x 128
+    bool mbReferenceLevel = false;  // one was told: 0 dBm is a level too
     float mfGain1 = -1000.0f;
     float mfGain2 = -1000.0f;
     uint32_t muOverRangeCount = kAbsent32;

@@ -5,13 +5,16 @@
 #include "foundations/runtimeerrors.h"
 #include "quillon/iqplan.h"
 #include "quillon/tuning.h"
-#include "receivers/quietwait.h"
+
+namespace Quillon {
 
 namespace {
 
 constexpr float kFullScale = 32768.0f;
 
-constexpr IQEngineWords kWords = {
+}  // namespace
+
+constexpr IQEngineWords _IQMechanism::kWords = {
     .mpBadSetup = "Bad setup of _IQMechanism",
     .mpStopsAtCount = "issuing stop for continuous IQ capture (not self-terminating)",
     .mpForceTerminated = "stream force-terminated or finite capture completed",
@@ -21,24 +24,10 @@ constexpr IQEngineWords kWords = {
     .mbAdaptsStep = false,
 };
 
-}  // namespace
-
-namespace Quillon {
-
-_IQMechanism::_IQMechanism(ReferencePtr<EngineContext> cContext, ReferencePtr<IQFrameSink> cStream,
-                           const StreamRanges& cRanges, DataProtocol dataProtocol)
-    : IQCaptureEngine("_IQMechanism", std::move(cContext), std::move(cStream), cRanges, kWords),
-      mcPlanRanges(cRanges),
-      mcDataProtocol(std::move(dataProtocol)) {}
-
-_IQMechanism::~_IQMechanism() {
-    releaseSinks();
-}
-
 ReferencePtr<IQCapture> _IQMechanism::plan(const IQRequest& cRequest) {
     std::string message;
     int32_t iCode = 0;
-    const std::optional<IQPlan> cPlan = planIQ(cRequest, mcPlanRanges, message, iCode);
+    const std::optional<IQPlan> cPlan = planIQ(cRequest, ranges(), message, iCode);
     utils::reportError(iCode, message);
     if (!cPlan)
         return nullptr;
@@ -46,10 +35,6 @@ ReferencePtr<IQCapture> _IQMechanism::plan(const IQRequest& cRequest) {
     cCapture->take(cRequest, *cPlan);
     cCapture->mcCommands = cCapture->mbFinite ? finiteIQCommands(*cPlan) : continuousIQCommands(*cPlan);
     return cCapture;
-}
-
-void _IQMechanism::drainInput() {
-    drainInputOf(mcDataProtocol);
 }
 
 void _IQMechanism::handleIFContext(ReferencePtr<VITA49::IFContext> cPacket) {

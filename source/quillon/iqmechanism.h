@@ -1,20 +1,16 @@
 #pragma once
 
-#include <functional>
-
 #include "links/vita49protocol.h"
-#include "receivers/iqengine.h"
+#include "receivers/packetengines.h"
 
 namespace Quillon {
 
 /// The IQ engine of the second family: every capture comes as complex packets.
-class _IQMechanism final : public IQCaptureEngine, public VITA49Protocol::Listener {
+class _IQMechanism final : public PacketIQEngine<VITA49Protocol> {
  public:
-    using DataProtocol = std::function<ReferencePtr<VITA49Protocol>()>;
-
     _IQMechanism(ReferencePtr<EngineContext> cContext, ReferencePtr<IQFrameSink> cStream, const StreamRanges& cRanges,
-                 DataProtocol dataProtocol);
-    ~_IQMechanism() override;
+                 DataProtocolSource<VITA49Protocol> protocol)
+        : PacketIQEngine(std::move(cContext), std::move(cStream), cRanges, kWords, std::move(protocol)) {}
 
     // VITA49Protocol::Listener, on the polling thread
     /// Asserts on a payload format that is none of the family's.
@@ -25,11 +21,10 @@ class _IQMechanism final : public IQCaptureEngine, public VITA49Protocol::Listen
 
  protected:
     ReferencePtr<IQCapture> plan(const IQRequest& cRequest) override;
-    void drainInput() override;
 
  private:
-    StreamRanges mcPlanRanges;
-    DataProtocol mcDataProtocol;
+    static const IQEngineWords kWords;
+
     float mfReferenceLevel = -30.0f;   // the polling thread's own
 };
 

@@ -36,22 +36,17 @@ constexpr ReceiverWords kWords = {
 
 }  // namespace
 
-QuillonReceiver::QuillonReceiver(std::string connectionType, std::string host, bool bHiSLIP)
-    : PacketReceiver(std::move(connectionType), std::move(host), kWords) {
-    openUnit(bHiSLIP);
-}
-
-QuillonReceiver::~QuillonReceiver() {
-    endReceiver();
-}
-
 bool QuillonReceiver::takeModel(const std::string&) {
     const std::optional<float> fLowest = Quillon::readFrequencyLimit(channel().query(":sense:freq:center? min"));
     const std::optional<float> fHighest = Quillon::readFrequencyLimit(channel().query(":sense:freq:center? max"));
-    if (!fLowest || !fHighest)
-        return false;
-    mcCentreHz = {*fLowest, *fHighest};
-    return true;
+    if (fLowest && fHighest)
+        mcCentreHz = {*fLowest, *fHighest};
+    return fLowest && fHighest;
+}
+
+QuillonReceiver::QuillonReceiver(std::string connectionType, std::string host, bool bHiSLIP)
+    : PacketReceiver(std::move(connectionType), std::move(host), kWords) {
+    openUnit(bHiSLIP);
 }
 
 ReferencePtr<IQEngine> QuillonReceiver::makeIQEngine(const ReferencePtr<IQFrameSink>& cSink,

@@ -15,7 +15,7 @@ class QuillonReceiver final
  public:
     /// Opens the unit. May throw utils::RuntimeErrors::Error ("Only TCP/IP currently supported for Quillon").
     QuillonReceiver(std::string connectionType, std::string host, bool bHiSLIP);
-    ~QuillonReceiver() override;
+    ~QuillonReceiver() override { endReceiver(); }
 
     // ReceiverDevice
     FloatRange centreRange() const override { return mcCentreHz; }
@@ -30,6 +30,8 @@ class QuillonReceiver final
     void handleExtensionContext(ReferencePtr<VITA49::ExtensionContext> cPacket) override;
 
  private:
+    FloatRange mcCentreHz{0.0f, 0.0f};   // written during the opening, only read afterwards
+
     /// Any type will do that a device type has accepted; the unit itself says how far it can be tuned.
     bool takeModel(const std::string& type) override;
     float sampleRate() const override { return static_cast<float>(Quillon::kSampleRateHz); }
@@ -37,6 +39,4 @@ class QuillonReceiver final
                                         const StreamRanges& cRanges) override;
     ReferencePtr<SweepEngine> makeSweepEngine(const ReferencePtr<SpectrumFrameSink>& cSink,
                                               const StreamRanges& cRanges) override;
-
-    FloatRange mcCentreHz{0.0f, 0.0f};   // written during the opening, only read afterwards
 };

@@ -5,14 +5,13 @@
 #include "quillon/sweepconfiguration.h"
 #include "quillon/sweepplan.h"
 #include "quillon/tuning.h"
-#include "receivers/quietwait.h"
 
 using utils::formatText;
 using utils::reportTrace;
 
-namespace {
+namespace Quillon {
 
-constexpr SweepEngineWords kWords = {
+constexpr SweepEngineWords _SweepMechanism::kWords = {
     .mpBadSetup = "Bad setup of _SweepMechanism",
     .mpInvalidData = "Invalid IFData packet received (mbSweepDataValid == false)",
     .mpNoData = "VITA49::IFData contains no data",
@@ -22,24 +21,8 @@ constexpr SweepEngineWords kWords = {
     .mbCatchesUp = true,
 };
 
-}  // namespace
-
-namespace Quillon {
-
-_SweepMechanism::_SweepMechanism(ReferencePtr<EngineContext> cContext, ReferencePtr<SpectrumFrameSink> cStream,
-                                 const StreamRanges& cRanges, DataProtocol dataProtocol,
-                                 ReferencePtr<_IFBWFlatten> cFlatten)
-    : SweepCaptureEngine("_SweepMechanism", std::move(cContext), std::move(cStream), cRanges, kWords),
-      mfHighestHz(cRanges.mcSweepHz.mfMaximum),
-      mcDataProtocol(std::move(dataProtocol)),
-      mcFlatten(std::move(cFlatten)) {}
-
-_SweepMechanism::~_SweepMechanism() {
-    endEngine();
-}
-
 ReferencePtr<SweepConfiguration> _SweepMechanism::configure(const SweepRequest& cRequest, std::string& message) {
-    const std::optional<SweepPlan> cPlan = planSweep(cRequest, mfHighestHz, message);
+    const std::optional<SweepPlan> cPlan = planSweep(cRequest, ranges().mcSweepHz.mfMaximum, message);
     return cPlan ? ReferencePtr<SweepConfiguration>(new QuillonSweepConfiguration(cRequest, *cPlan, mcFlatten))
                  : nullptr;
 }
@@ -47,10 +30,6 @@ ReferencePtr<SweepConfiguration> _SweepMechanism::configure(const SweepRequest& 
 void _SweepMechanism::sendList(const SweepConfiguration& cConfiguration, bool bEndless) {
     channel().send(sweepReferenceCommand(cConfiguration.mcRequest.mfRefdBm));
     channel().sendBatch(sweepListCommands(cConfiguration.mcPlan, bEndless));
-}
-
-void _SweepMechanism::drainInput() {
-    drainInputOf(mcDataProtocol);
 }
 
 void _SweepMechanism::handleIFContext(ReferencePtr<VITA49::IFContext> cPacket) {
@@ -80,13 +59,15 @@ void _SweepMechanism::handleIFData(ReferencePtr<VITA49::IFData> cPacket) {
                  cPacket->sequenceNumber(), false, uEpoch});
 }
 
+void _SweepMechanism::noteOpened(uint64_t uFrequencyHz) {
+    reportTrace(formatText("muConvertFCentreHz set to %.4e", static_cast<double>(uFrequencyHz)));
+}
+
 void _SweepMechanism::noteTaken(const BlockGatherer::Result& cResult) {
-    const auto fFrequencyHz = static_cast<double>(cResult.muFrequencyHz);
-    if (cResult.muTaken == 1)
-        reportTrace(formatText("muConvertFCentreHz set to %.4e", fFrequencyHz));
     reportTrace(formatText("IQ is interpreted as block %u/%u", cResult.muTaken, cResult.muPackets));
     if (cResult.mcBlock)
-        reportTrace(formatText("IQ block at %.4e is complete - added to spectrum frame assembly list", fFrequencyHz));
+        reportTrace(formatText("IQ block at %.4e is complete - added to spectrum frame assembly list",
+                               static_cast<double>(cResult.muFrequencyHz)));
 }
 
 }  // namespace Quillon

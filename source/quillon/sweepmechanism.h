@@ -1,21 +1,18 @@
 #pragma once
 
-#include <functional>
-
 #include "links/vita49protocol.h"
-#include "receivers/ifbwflatten.h"
-#include "receivers/sweepengine.h"
+#include "receivers/packetengines.h"
 
 namespace Quillon {
 
 /// The sweep engine of the second family.
-class _SweepMechanism final : public SweepCaptureEngine, public VITA49Protocol::Listener {
+class _SweepMechanism final : public PacketSweepEngine<VITA49Protocol> {
  public:
-    using DataProtocol = std::function<ReferencePtr<VITA49Protocol>()>;
-
     _SweepMechanism(ReferencePtr<EngineContext> cContext, ReferencePtr<SpectrumFrameSink> cStream,
-                    const StreamRanges& cRanges, DataProtocol dataProtocol, ReferencePtr<_IFBWFlatten> cFlatten);
-    ~_SweepMechanism() override;
+                    const StreamRanges& cRanges, DataProtocolSource<VITA49Protocol> protocol,
+                    ReferencePtr<_IFBWFlatten> cFlatten)
+        : PacketSweepEngine(std::move(cContext), std::move(cStream), cRanges, kWords, std::move(protocol),
+                            std::move(cFlatten)) {}
 
     // VITA49Protocol::Listener, on the polling thread
     /// Asserts on a payload format that is none of the family's.
@@ -27,13 +24,11 @@ class _SweepMechanism final : public SweepCaptureEngine, public VITA49Protocol::
  protected:
     ReferencePtr<SweepConfiguration> configure(const SweepRequest& cRequest, std::string& message) override;
     void sendList(const SweepConfiguration& cConfiguration, bool bEndless) override;
-    void drainInput() override;
+    void noteOpened(uint64_t uFrequencyHz) override;
     void noteTaken(const BlockGatherer::Result& cResult) override;
 
  private:
-    float mfHighestHz;
-    DataProtocol mcDataProtocol;
-    ReferencePtr<_IFBWFlatten> mcFlatten;
+    static const SweepEngineWords kWords;
 };
 
 }  // namespace Quillon

@@ -19,7 +19,7 @@ Tuning readTuning(const VITA49::IFContext& cPacket) {
     if (cPacket.muRFFrequency != VRT::kAbsent64)
         cTuning.mcFrequencyHz =
             static_cast<uint64_t>(std::round(static_cast<double>(cPacket.muRFFrequency) * 0x1p-20));
-    if (cPacket.miReferenceLevel != 0)
+    if (cPacket.mbReferenceLevel)
         cTuning.mcReferenceLevel = fReferenceLevel;
     return cTuning;
 }

@@ -114,6 +114,7 @@ class IQCaptureEngine : public IQEngine {
     static void appendStatus(Frame& cFrame, const char* pText);
     /// A detach has asked for the end, or has taken the stream away.
     bool isEnding() const;
+    const StreamRanges& ranges() const { return mcRanges; }
     /// The stream served; null once it has been detached.
     ReferencePtr<IQFrameSink> stream() const { return mcStream.get(); }
 

@@ -296,6 +296,8 @@ void SweepCaptureEngine::gather(const SamplePacket& cPacket) {
         case BlockGatherer::Outcome::kTaken:
             break;
     }
+    if (cResult.muTaken == 1)
+        noteOpened(cResult.muFrequencyHz);
     reportTrace(mcWords.mpValidData);
     noteTaken(cResult);
     if (!cResult.mcBlock) {
@@ -360,8 +362,10 @@ bool SweepCaptureEngine::dropToNextSweep(const SweepPlan& cPlan) {
 std::optional<SweepBlock> SweepCaptureEngine::takeNextBlock(const SweepPlan& cPlan) {
     std::optional<SweepBlock> cBlock = takeBlock();
     const bool bFirst = cBlock && cBlock->muFrequencyHz == cPlan.muCentreFirst;
-    if (mcWords.mbCatchesUp && bFirst && dropToNextSweep(cPlan))
+    if (mcWords.mbCatchesUp && bFirst && dropToNextSweep(cPlan)) {
+        dropSpectrum();   // of the sweeps that are left out
         cBlock = takeBlock();
+    }
     return cBlock;
 }
 

@@ -75,10 +75,12 @@ class SweepCaptureEngine : public SweepEngine {
     virtual void sendList(const SweepConfiguration& cConfiguration, bool bEndless) = 0;
     /// Waits until no old packets are left in the input.
     virtual void drainInput() = 0;
-    /// A packet has gone into a block: for the log of a family that tells more of it.
+    // For the log of a family that tells more of it: a block has been opened, a packet has gone into one.
+    virtual void noteOpened(uint64_t) {}
     virtual void noteTaken(const BlockGatherer::Result&) {}
     /// What the destructor of a family does: the unit stops, and nothing of the engine is called from then on.
     void endEngine();
+    const StreamRanges& ranges() const { return mcRanges; }
     CommandChannel& channel() { return mcContext->channel(); }
 
     // Packets, on the polling thread.

@@ -4,7 +4,6 @@
 
 #include "foundations/runtimeerrors.h"
 #include "foundations/text.h"
-#include "receivers/quietwait.h"
 
 using utils::formatText;
 using utils::reportError;
@@ -51,18 +50,12 @@ float ZelvarIQCapture::gainFor(float fDigitizerReference) {
 }
 
 _IQMechanism::_IQMechanism(ReferencePtr<EngineContext> cContext, ReferencePtr<IQFrameSink> cStream,
-                           const ModelRecord& cModel, const StreamRanges& cRanges, DataProtocol dataProtocol)
-    : IQCaptureEngine("_IQMechanism", cContext, cStream, cRanges, kWords),
-      mcModel(cModel),
-      mcPlanRanges(cRanges),
-      mcDataProtocol(std::move(dataProtocol)) {
+                           const ModelRecord& cModel, const StreamRanges& cRanges,
+                           DataProtocolSource<VITA49ZelvarProtocol> protocol)
+    : PacketIQEngine(cContext, cStream, cRanges, kWords, std::move(protocol)), mcModel(cModel) {
     const utils::VariantRecord cParameters = cStream ? cStream->getParameters() : utils::VariantRecord();
     if (cParameters.getBool("adaptFull").value_or(false))
         mcRLA.set(makeReference<_RLAMechanism>(cContext, cParameters.getNumber("FCentreHz"), mcModel, cRanges));
-}
-
-_IQMechanism::~_IQMechanism() {
-    releaseSinks();
 }
 
 // Adaptation.
@@ -110,7 +103,7 @@ void _IQMechanism::endAdaptation(const _RLAMechanism& cRLA) {
 ReferencePtr<IQCapture> _IQMechanism::plan(const IQRequest& cRequest) {
     std::string message;
     int32_t iCode = 0;
-    std::optional<IQPlan> cPlan = planIQ(cRequest, mcModel, mcPlanRanges, message, iCode);
+    std::optional<IQPlan> cPlan = planIQ(cRequest, mcModel, ranges(), message, iCode);
     if (!cPlan) {
         reportError(iCode, message);
         return nullptr;
@@ -125,10 +118,6 @@ ReferencePtr<IQCapture> _IQMechanism::plan(const IQRequest& cRequest) {
                        static_cast<double>(cRequest.mfCentreHz), static_cast<double>(cRequest.mfIFBWHz));
     cCapture->mcPlan = std::move(*cPlan);
     return cCapture;
-}
-
-void _IQMechanism::drainInput() {
-    drainInputOf(mcDataProtocol);
 }
 
 // Packets, on the polling thread.

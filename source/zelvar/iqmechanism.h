@@ -1,10 +1,8 @@
 #pragma once
 
-#include <functional>
-
 #include "flows/iqconversion.h"
 #include "links/zelvar-vita49protocol.h"
-#include "receivers/iqengine.h"
+#include "receivers/packetengines.h"
 #include "zelvar/iqplan.h"
 #include "zelvar/modeltable.h"
 #include "zelvar/rlamechanism.h"
@@ -27,13 +25,11 @@ class ZelvarIQCapture : public IQCapture {
 
 /// The IQ engine of the first family: decimated captures come as complex packets, captures at full rate as
 /// real ones that are converted here.
-class _IQMechanism final : public IQCaptureEngine, public ZelvarPacketListener {
+class _IQMechanism final : public PacketIQEngine<VITA49ZelvarProtocol> {
  public:
-    using DataProtocol = std::function<ReferencePtr<VITA49ZelvarProtocol>()>;
-
     _IQMechanism(ReferencePtr<EngineContext> cContext, ReferencePtr<IQFrameSink> cStream,
-                 const ModelRecord& cModel, const StreamRanges& cRanges, DataProtocol dataProtocol);
-    ~_IQMechanism() override;
+                 const ModelRecord& cModel, const StreamRanges& cRanges,
+                 DataProtocolSource<VITA49ZelvarProtocol> protocol);
 
     // IQCaptureEngine: while the reference level is being found, that has the radio, and the stream is held back.
     void takeInStream() override;
@@ -52,7 +48,6 @@ class _IQMechanism final : public IQCaptureEngine, public ZelvarPacketListener {
 
  protected:
     ReferencePtr<IQCapture> plan(const IQRequest& cRequest) override;
-    void drainInput() override;
 
  private:
     ReferencePtr<ZelvarIQCapture> validCapture(const char* pWhenInvalid);
@@ -63,8 +58,6 @@ class _IQMechanism final : public IQCaptureEngine, public ZelvarPacketListener {
 
     GuardedReference<_RLAMechanism> mcRLA;   // null once adaptation has ended
     ModelRecord mcModel;
-    StreamRanges mcPlanRanges;
-    DataProtocol mcDataProtocol;
     std::atomic<float> mfReportedTuningHz{0.0f};
     std::atomic<float> mfDigitizerReference{-30.0f};
 };

@@ -4,7 +4,6 @@
 
 #include "foundations/runtimeerrors.h"
 #include "foundations/text.h"
-#include "receivers/quietwait.h"
 #include "zelvar/sweepplan.h"
 
 using utils::formatText;
@@ -61,38 +60,26 @@ bool ZelvarSweepConfiguration::reconstruct(const SweepBlock& cBlock, uint32_t uP
     const uint32_t uKept = cBins->count();
     if (cBlock.mbInverted)
         cBins = mirroredBins(mcPlan, *cBins, uHalf);
-    if (!cBins || cBins->muLast >= uHalf || cBins->count() != uKept) {
-        reportTrace(formatText("Bins of the block at CF: %lluHz lie outside its spectrum",
-                               static_cast<unsigned long long>(cBlock.muFrequencyHz)));
-        return false;
-    }
-    if (mcFlatten)
-        mcFlatten->flatten(cMagnitudes.getData(), uHalf, static_cast<float>(cBlock.muFrequencyHz));
+    if (cBins && cBins->count() != uKept)
+        cBins.reset();
     const float fConstant = cBlock.mfReferenceLevel + 15.7678f -
                             10.0f * std::log10(mcPlan.mfNoiseBandwidth) - 3.0f + fUserCaldB;
-    writeLevels(cMagnitudes.getData() + cBins->muFirst, uKept, fConstant, pOutput);
-    return true;
+    return writeBins(cBlock, cMagnitudes, cBins, mcFlatten.get(), fConstant, pOutput);
 }
 
 // The engine.
 
-_SweepMechanism::_SweepMechanism(ReferencePtr<EngineContext> cContext,
-                                 ReferencePtr<SpectrumFrameSink> cStream, const ModelRecord& cModel,
-                                 const StreamRanges& cRanges, DataProtocol dataProtocol,
+_SweepMechanism::_SweepMechanism(ReferencePtr<EngineContext> cContext, ReferencePtr<SpectrumFrameSink> cStream,
+                                 const ModelRecord& cModel, const StreamRanges& cRanges,
+                                 DataProtocolSource<VITA49ZelvarProtocol> protocol,
                                  ReferencePtr<_IFBWFlatten> cFlatten)
-    : SweepCaptureEngine("_SweepMechanism", std::move(cContext), std::move(cStream), cRanges, kWords),
-      mcModel(cModel),
-      mfHighestHz(cRanges.mcSweepHz.mfMaximum),
-      mcDataProtocol(std::move(dataProtocol)),
-      mcFlatten(std::move(cFlatten)) {}
-
-_SweepMechanism::~_SweepMechanism() {
-    endEngine();
-}
+    : PacketSweepEngine(std::move(cContext), std::move(cStream), cRanges, kWords, std::move(protocol),
+                        std::move(cFlatten)),
+      mcModel(cModel) {}
 
 ReferencePtr<SweepConfiguration> _SweepMechanism::configure(const SweepRequest& cRequest,
                                                             std::string& message) {
-    const std::optional<SweepPlan> cPlan = planSweep(cRequest, mfHighestHz, message);
+    const std::optional<SweepPlan> cPlan = planSweep(cRequest, ranges().mcSweepHz.mfMaximum, message);
     if (!cPlan)
         return nullptr;
     return ReferencePtr<SweepConfiguration>(new ZelvarSweepConfiguration(cRequest, *cPlan, mcFlatten));
@@ -104,10 +91,6 @@ void _SweepMechanism::sendList(const SweepConfiguration& cConfiguration, bool bE
     const std::string gain = sweepGainCommand(fReference, mcModel);
     if (!gain.empty())
         channel().send(gain);
-}
-
-void _SweepMechanism::drainInput() {
-    drainInputOf(mcDataProtocol);
 }
 
 void _SweepMechanism::handleReceiverContext(ReferencePtr<ReceiverContext> cPacket) {

@@ -1,10 +1,7 @@
 #pragma once
 
-#include <functional>
-
 #include "links/zelvar-vita49protocol.h"
-#include "receivers/ifbwflatten.h"
-#include "receivers/sweepengine.h"
+#include "receivers/packetengines.h"
 #include "zelvar/modeltable.h"
 #include "zelvar/reconstruction.h"
 
@@ -25,14 +22,11 @@ class ZelvarSweepConfiguration final : public SweepConfiguration {
 };
 
 /// The sweep engine of the first family.
-class _SweepMechanism final : public SweepCaptureEngine, public VITA49ZelvarProtocol::Listener {
+class _SweepMechanism final : public PacketSweepEngine<VITA49ZelvarProtocol> {
  public:
-    using DataProtocol = std::function<ReferencePtr<VITA49ZelvarProtocol>()>;
-
     _SweepMechanism(ReferencePtr<EngineContext> cContext, ReferencePtr<SpectrumFrameSink> cStream,
-                    const ModelRecord& cModel, const StreamRanges& cRanges, DataProtocol dataProtocol,
-                    ReferencePtr<_IFBWFlatten> cFlatten);
-    ~_SweepMechanism() override;
+                    const ModelRecord& cModel, const StreamRanges& cRanges,
+                    DataProtocolSource<VITA49ZelvarProtocol> protocol, ReferencePtr<_IFBWFlatten> cFlatten);
 
     // On the polling thread.
     void handleReceiverContext(ReferencePtr<VITA49Zelvar::ReceiverContext> cPacket) override;
@@ -45,11 +39,7 @@ class _SweepMechanism final : public SweepCaptureEngine, public VITA49ZelvarProt
  protected:
     ReferencePtr<SweepConfiguration> configure(const SweepRequest& cRequest, std::string& message) override;
     void sendList(const SweepConfiguration& cConfiguration, bool bEndless) override;
-    void drainInput() override;
 
  private:
     ModelRecord mcModel;
-    float mfHighestHz;
-    DataProtocol mcDataProtocol;
-    ReferencePtr<_IFBWFlatten> mcFlatten;
 };

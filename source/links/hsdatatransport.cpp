@@ -127,6 +127,7 @@ _Marshaller::_Marshaller(ReferencePtr<HiSlipHandlers> cHandlers, HiSlip::Assembl
 bool _Marshaller::onData(ReferencePtr<utils::MemoryBlock> cBlock) {
     if (!cBlock)
         return true;
+    utils::ScopedLock cGuard(mcReceivedLock);
     mcReceived.append(*cBlock);
     HiSlip::Message cMessage;
     while (mcReceived.take(cMessage) == HiSlip::Parsing::kWhole)

@@ -106,7 +106,8 @@ class _Marshaller : public utils::ReferenceCountedObject, public Transport::Call
     const ReferencePtr<HiSlipHandlers> mcHandlers;
     const bool mbOverlap;
     const uint64_t muLongestReply;
-    HiSlip::Assembler mcReceived;  // the polling thread's
+    utils::NamedLock mcReceivedLock{"HSDataTransport::mcMarshaller::mcReceivedLock"};
+    HiSlip::Assembler mcReceived GUARDED_BY(mcReceivedLock);
     std::atomic<uint32_t> muMessageCounter{0};
     utils::NamedLock mcSendLock{"HSDataTransport::mcMarshaller::mcSendLock"};
     utils::NamedLock mcClientLock{"HSDataTransport::mcMarshaller::mcClientLock"};

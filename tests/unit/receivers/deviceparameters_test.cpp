@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "flows/entity.h"
+#include "support/errorlog.h"
 #include "support/faketransport.h"
 
 namespace {
@@ -194,4 +196,22 @@ TEST_F(Settings, NothingIsStoredThatTheUnitDoesNotConfirm) {
     mcUnit->reply("SYSTEM:COMMUNICATE:NTP?", {" 10.0.0.9\r\n"});
     set(utils::VariantRecord(R"({"NTPServers":"10.0.0.1"})"));
     EXPECT_EQ(mcStatus.fields().mcNTPServers, "10.0.0.9");
+}
+
+TEST_F(Settings, OfADeviceWithoutAnInhibitionTheKeyStaysAndIsToldAsUnknown) {
+    utils::VariantRecord cRecord(R"({"InhibitContinuousSweep":true,"SCPIQueryTimeout":1234})");
+    ErrorList lErrors;
+    takeDeviceParameters(cRecord, lErrors, {*mcChannel, mcStatus, nullptr});
+    EXPECT_TRUE(lErrors.empty());
+    EXPECT_EQ(cRecord.keys(), std::list<std::string>{"InhibitContinuousSweep"});
+    EXPECT_EQ(mcChannel->queryTimeoutMs(), 1234u);
+    vnktest::takeStatuses();
+    class PlainEntity : public Entity {
+        utils::VariantRecord getParameterInfo() override { return {}; }
+        utils::VariantRecord getParameters() override { return {}; }
+    } cEntity;
+    cEntity.Entity::setParameters(cRecord, lErrors);
+    EXPECT_EQ(lErrors, ErrorList{"Unknown parameter 'InhibitContinuousSweep'"});
+    EXPECT_EQ(vnktest::takeStatuses(), std::vector<int32_t>{-33});
+    EXPECT_FALSE(mbInhibit);
 }

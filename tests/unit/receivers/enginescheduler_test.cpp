@@ -374,3 +374,46 @@ TEST_F(SchedulerTest, FourThreadsAttachAndDetachWhileTheLoopRunsAndNothingIsLeft
     EXPECT_EQ(mcScheduler.iqCount(), 0u);
     EXPECT_EQ(mcScheduler.sweepCount(), 0u);
 }
+
+// What a family may have otherwise.
+
+TEST_F(SchedulerTest, ASweepThatLeavesOnlyByDetachStaysWhenItSaysThatItHasEnded) {
+    SchedulerWords cWords = kWords;
+    cWords.mbSweepsEnd = false;
+    EngineScheduler cScheduler{mcHost, cWords};
+    const auto cSink = makeReference<SpectrumFrameSink>();
+    const auto cEngine = makeReference<FakeSweep>("s", mcEvents, cSink);
+    cEngine->mbDone = true;
+    cScheduler.attachSweep(cSink, [&] { return ReferencePtr<SweepEngine>(cEngine); }, mlMessages);
+    takeLogTexts();
+    for (int i = 0; i < 3; ++i)
+        cScheduler.pass();
+    EXPECT_EQ(cScheduler.sweepCount(), 1u);
+    EXPECT_EQ(cScheduler.activeSweep().get(), cEngine.get());
+    EXPECT_THAT(mcEvents.take(), ElementsAre("recover", "s.start(true)", "s.process", "s.process", "s.process"));
+    EXPECT_THAT(takeLogTexts(), IsEmpty());
+    EXPECT_TRUE(cScheduler.detachSweep(cSink));
+    EXPECT_EQ(cScheduler.sweepCount(), 0u);
+    cScheduler.releaseAll();
+}
+
+TEST_F(SchedulerTest, ACaptureThatHasEndedTellsHowManyAreLeftWhereThatIsWanted) {
+    SchedulerWords cWords = kWords;
+    cWords.mbTellsIQCount = true;
+    EngineScheduler cScheduler{mcHost, cWords};
+    std::vector<ReferencePtr<FakeIQ>> lEngines;   // none ends, with a line of its own, in a pass
+    for (const char* pName : {"a", "b"}) {
+        const auto cSink = makeReference<IQFrameSink>();
+        lEngines.push_back(makeReference<FakeIQ>(pName, mcEvents, cSink));
+        lEngines.back()->mbDone = true;
+        cScheduler.attachIQ(cSink, [&] { return ReferencePtr<IQEngine>(lEngines.back()); }, mlMessages);
+    }
+    for (const char* pCount : {"1", "0"}) {
+        takeLogTexts();
+        cScheduler.pass();
+        EXPECT_THAT(takeLogTexts(),
+                    ElementsAre("mcActiveIQ->start() succeeds", "process ended",
+                                std::string("after remove (true) - mlIQEngines(size=") + pCount + ")", "halt completed"));
+    }
+    cScheduler.releaseAll();
+}

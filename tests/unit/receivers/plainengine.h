@@ -18,8 +18,9 @@ inline constexpr IQEngineWords kWords = {"bad setup", "stops at count", "forced"
 /// The smallest family: what a plan is, the test says.
 class PlainEngine : public IQCaptureEngine {
  public:
-    PlainEngine(ReferencePtr<EngineContext> cContext, ReferencePtr<IQFrameSink> cStream)
-        : IQCaptureEngine("PlainEngine", std::move(cContext), std::move(cStream), kRanges, kWords) {}
+    PlainEngine(ReferencePtr<EngineContext> cContext, ReferencePtr<IQFrameSink> cStream,
+                const IQEngineWords& cWords = kWords)
+        : IQCaptureEngine("PlainEngine", std::move(cContext), std::move(cStream), kRanges, cWords) {}
     ~PlainEngine() override { releaseSinks(); }
     using IQCaptureEngine::appendStatus;
     using IQCaptureEngine::capture;

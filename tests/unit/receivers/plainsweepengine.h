@@ -66,9 +66,9 @@ class PlainSweep final : public SweepConfiguration {
 /// The smallest family: lists are "LIST 0" and "LIST 1".
 class PlainSweepEngine final : public SweepCaptureEngine {
  public:
-    PlainSweepEngine(ReferencePtr<EngineContext> cContext, ReferencePtr<SpectrumFrameSink> cStream)
-        : SweepCaptureEngine("PlainSweepEngine", std::move(cContext), std::move(cStream), kSweepRanges,
-                             kSweepWords) {}
+    PlainSweepEngine(ReferencePtr<EngineContext> cContext, ReferencePtr<SpectrumFrameSink> cStream,
+                     const SweepEngineWords& cWords = kSweepWords)
+        : SweepCaptureEngine("PlainSweepEngine", std::move(cContext), std::move(cStream), kSweepRanges, cWords) {}
     ~PlainSweepEngine() override { releaseSinks(); }
     using SweepCaptureEngine::gatherer;
     using SweepCaptureEngine::isDataValid;
@@ -116,13 +116,13 @@ class SweepEngineFixture : public testing::Test {
     ~SweepEngineFixture() override { mcSCPI->mcOnSend = nullptr; }
 
     /// A fresh stream, and its engine.
-    void make() {
+    void make(const SweepEngineWords& cWords = kSweepWords) {
         mcStream = makeReference<SpectrumFrameSink>();
         set("FMaxHz", 2e6f);
         set("FMinHz", 1e6f);
         set("RBWHz", 100.0f);
         set("WindowFn", std::string("nuttall"));
-        mcEngine = makeReference<PlainSweepEngine>(mcContext, mcStream);
+        mcEngine = makeReference<PlainSweepEngine>(mcContext, mcStream, cWords);
         mcEngine->takeInStream();
         takeLog(true);
     }

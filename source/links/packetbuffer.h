@@ -16,6 +16,8 @@ class PacketBuffer {
  public:
     void append(const uint8_t* pBytes, uint32_t uLength);
     void clear() { mcBytes.clear(); }
+    /// Holds bytes of which no packet has been made yet.
+    bool holdsRest() const { return mcBytes.getReadableDataLength() != 0; }
 
     /// Cuts the next packet out, its matcher as the match left it; null when more bytes must come first.
     template <typename Matcher>

@@ -32,6 +32,8 @@ class PacketProtocol : public Protocol, public Transport::Callback {
     void setDrain(bool bDrain) { mbDrain.store(bDrain, std::memory_order_relaxed); }
     /// Bytes came since the last call, while draining.
     bool takeActivity() { return mbActivity.exchange(false, std::memory_order_relaxed); }
+    /// A packet has come in part.
+    bool isInsidePacket();
     /// Forgets the partial packet in the reassembly buffer.
     void clearBuffer();
 
@@ -101,6 +103,12 @@ bool PacketProtocol<ListenerClass, Matcher>::onData(ReferencePtr<utils::MemoryBl
         cGuard.lock();
     }
     return true;
+}
+
+template <typename ListenerClass, typename Matcher>
+bool PacketProtocol<ListenerClass, Matcher>::isInsidePacket() {
+    utils::ScopedLock cGuard(mcBufferLock);
+    return mcBuffer.holdsRest();
 }
 
 template <typename ListenerClass, typename Matcher>

@@ -70,6 +70,16 @@ TYPED_TEST(QuietWait, ForgetsThePartialPacketAndEndsTheDrain) {
     EXPECT_FALSE(this->mcProtocol->takeActivity());
 }
 
+TYPED_TEST(QuietWait, GivesTheRestOfAPacketTimeToCome) {
+    this->feed(packet().substr(0, 30));
+    std::thread cWaiting([&] { drainVRTData(*this->mcProtocol); });
+    // Longer than the quiet that ends a wait between packets.
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    this->feed(packet().substr(30));
+    cWaiting.join();
+    EXPECT_EQ(this->mcCounter.muPackets.load(), 1u);
+}
+
 TYPED_TEST(QuietWait, DeliversWhatIsStillInThePipe) {
     std::thread cWaiting([&] { drainVRTData(*this->mcProtocol); });
     for (int i = 0; i < 20; ++i)
@@ -83,6 +93,7 @@ class Busy {
  public:
     explicit Busy(int iActive) : miActive(iActive) {}
     void setDrain(bool bDrain) { mSteps += bDrain ? 'd' : 'e'; }
+    bool isInsidePacket() { return false; }
     bool takeActivity() {
         ++miPasses;
         return miActive-- > 0;

@@ -41,19 +41,22 @@ inline std::string correctionBytes(const std::vector<CorrectionRow>& lRows,
     return bytes;
 }
 
+/// What a unit that has these bytes replies to a query for their size or for a part of them.
+inline std::string correctionReply(const std::string& bytes, const std::string& query) {
+    size_t uOffset = 0, uLength = 0;
+    if (std::sscanf(query.c_str() + query.find('?'), "? %zu, %zu", &uOffset, &uLength) != 2)
+        return std::to_string(bytes.size()) + "\n";
+    const std::string part = bytes.substr(uOffset, uLength);
+    const std::string digits = std::to_string(part.size());
+    return "#" + std::to_string(digits.size()) + digits + part + "\n";
+}
+
 /// Read from a unit that serves these data.
 inline ReferencePtr<_IFBWFlatten> correctionOf(const std::vector<CorrectionRow>& lRows,
                                                const std::vector<std::vector<int32_t>>& lVectors) {
     const std::string bytes = correctionBytes(lRows, lVectors);
     const auto cUnit = std::make_shared<FakeUnit>();
-    cUnit->otherwise([bytes](const std::string& query) -> std::string {
-        size_t uOffset = 0, uLength = 0;
-        if (std::sscanf(query.c_str() + query.find('?'), "? %zu, %zu", &uOffset, &uLength) != 2)
-            return std::to_string(bytes.size()) + "\n";
-        const std::string part = bytes.substr(uOffset, uLength);
-        const std::string digits = std::to_string(part.size());
-        return "#" + std::to_string(digits.size()) + digits + part + "\n";
-    });
+    cUnit->otherwise([bytes](const std::string& query) { return correctionReply(bytes, query); });
     const CorrectionCommands cCommands = {
         "SIZE SIGNAL?",    "SIZE NOISE?", "%s READ? 0, %d", "%s READ? %d, %d",
         "%s READ? %d, %d", "SIGNAL",      "NOISE"};

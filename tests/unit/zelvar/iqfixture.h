@@ -5,7 +5,8 @@
 #include <cmath>
 #include <string>
 
-#include "support/fakescpi.h"
+#include "support/enginefixture.h"
+#include "support/iqframes.h"
 #include "support/logs.h"
 #include "support/zelvarpackets.h"
 #include "zelvar/iqmechanism.h"
@@ -16,10 +17,6 @@ using namespace VITA49Zelvar;
 
 inline constexpr StreamRanges kRanges{
     {9000.0f, 2.7e10f}, {9000.0f, 2.7e10f}, {1.0f, 1e7f}, {1e5f, 4e7f}, {-80.0f, 20.0f}};
-inline constexpr uint32_t kLoss = 1u << kSampleLossEnable | 1u << kSampleLoss;
-inline constexpr uint32_t kValid = 1u << kValidDataEnable;
-inline constexpr uint32_t kOver = 1u << kOverRangeEnable | 1u << kOverRange;
-inline constexpr uint32_t kInverted = 1u << kInversionEnable | 1u << kInversion;
 
 inline ReferencePtr<ExtensionContext> streamContext(uint32_t uIdentifier) {
     return PacketBytes().u32(1u << 1).u32(uIdentifier).as<ExtensionContext>(kExtensionContext);
@@ -52,10 +49,9 @@ inline PacketBytes items(int iItem, uint32_t uCount) {
     return pairs(iItem, iItem, uCount / 2);
 }
 
-class IQMechanismFixture : public testing::Test {
+class IQMechanismFixture : public EngineFixture<IQFrameSink> {
  protected:
     IQMechanismFixture() {
-        mcChannel->setProtocol(mcSCPI);
         set("FCentreHz", 1e8f);
         set("IFBWHz", 2e7f);
         set("RefdBm", -40.0f);
@@ -71,13 +67,6 @@ class IQMechanismFixture : public testing::Test {
         mcEngine->takeInStream();
         takeLog(true);
     }
-    template <typename T>
-    void set(const char* pKey, T value) {
-        utils::VariantRecord cRecord;
-        cRecord.set(pKey, value);
-        ErrorList lErrors;
-        ASSERT_TRUE(mcStream->setSinkParameters(cRecord, lErrors, false));
-    }
     /// The unit names each capture that is started.
     void answer(const std::string& text) {
         if (!mbUnitAnswers)
@@ -86,9 +75,6 @@ class IQMechanismFixture : public testing::Test {
             mpListener->handleExtensionContext(streamContext(numberOf(text)));
         if (text.rfind("SWEEP:LIST:START ", 0) == 0)
             mpListener->handleExtensionContext(sweepContext(numberOf(text)));
-    }
-    static uint32_t numberOf(const std::string& text) {
-        return static_cast<uint32_t>(std::stoll(text.substr(text.rfind(' '))));
     }
     void start() {
         ASSERT_TRUE(mcEngine->start());
@@ -103,11 +89,6 @@ class IQMechanismFixture : public testing::Test {
 
     bool mbUnitAnswers = true;
     ReferencePtr<VITA49ZelvarProtocol> mcDataProtocol;
-    ReferencePtr<FakeSCPI> mcSCPI = makeReference<FakeSCPI>();
-    ReferencePtr<CommandChannel> mcChannel =
-        makeReference<CommandChannel>(makeReference<LinkWatch>(), CommandWords{"no access"});
-    ReferencePtr<EngineContext> mcContext = makeReference<EngineContext>(mcChannel, "unit one");
-    ReferencePtr<IQFrameSink> mcStream = makeReference<IQFrameSink>();
     ReferencePtr<IQEngine> mcEngine;
     ZelvarPacketListener* mpListener = nullptr;
 };

@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <limits>
-#include <thread>
 
 #include "foundations/clock.h"
 #include "unit/zelvar/iqfixture.h"
@@ -126,31 +125,9 @@ TEST_F(IQMechanismTest, AStrongSignalStepsTheLevelUpAndTheNextStartUsesIt) {
 }
 
 TEST_F(IQMechanismTest, PacketsRestartsAndADetachAtOnceAreSafe) {
-    mbUnitAnswers = false;
-    std::atomic<uint32_t> uStarted{0};
-    mcSCPI->mcOnSend = [&](const std::string& text) {
-        if (text.rfind(":TRACe:STReam:STARt ", 0) == 0)
-            uStarted = numberOf(text);
-    };
-    std::atomic<bool> bDone{false};
-    std::thread cPackets([&] {
-        while (!bDone) {
-            mpListener->handleDigitizerContext(digitizerContext(-30 * 128));
-            mpListener->handleExtensionContext(streamContext(uStarted));
-            feed(pairs(100, 0, 64));
-        }
+    restartUnderPackets(*mcEngine, [this](uint32_t uStarted) {
+        mpListener->handleDigitizerContext(digitizerContext(-30 * 128));
+        mpListener->handleExtensionContext(streamContext(uStarted));
+        feed(pairs(100, 0, 64));
     });
-    std::thread cLoop([&] {
-        for (int i = 0; i < 50; ++i) {
-            EXPECT_TRUE(mcEngine->start());
-            mcEngine->process();
-            mcEngine->isExhausted();
-            mcEngine->stop(false);
-        }
-    });
-    cLoop.join();
-    mcEngine->removeFrameSink(mcStream);
-    bDone = true;
-    cPackets.join();
-    EXPECT_FALSE(mcStream->isAttached());
 }

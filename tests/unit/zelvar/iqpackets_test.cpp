@@ -90,17 +90,9 @@ TEST_F(IQPacketsTest, AnInvertedSpectrumIsConjugatedOnlyWhenEnabledAndIndicated)
 
 TEST_F(IQPacketsTest, SampleLossLeavesAGapOfOneAndSaysInvalid) {
     start();
-    for (const uint32_t uTrailer : {kValid, kLoss, kLoss | kValid, 1u << kSampleLoss, kOver, kLoss | kOver})
+    for (const uint32_t uTrailer : kMarkingTrailers)
         feed(pairs(100, 0, 256).trailer(uTrailer));
-    std::vector<uint32_t> lSequences;
-    std::vector<std::string> lStatuses;
-    while (const ReferencePtr<IQFrame> cFrame = next()) {
-        lSequences.push_back(cFrame->sequence());
-        const auto cExtras = cFrame->peekExtras();
-        lStatuses.push_back(cExtras ? cExtras->getText("status").value_or("") : "");
-    }
-    EXPECT_THAT(lSequences, ElementsAre(0u, 2u, 4u, 5u, 6u, 8u));
-    EXPECT_THAT(lStatuses, ElementsAre("", "invalid", "", "", "overflow", "invalid, overflow"));
+    EXPECT_EQ(takeMarks(*mcStream), marksOfTrailers());
     EXPECT_EQ(mcEngine->gapCount(), 3u);
 }
 

@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "flows/spectrumframe.h"
-#include "support/fakescpi.h"
+#include "support/enginefixture.h"
 #include "unit/zelvar/correctiondata.h"
 #include "unit/zelvar/iqfixture.h"
 #include "unit/zelvar/receiversupport.h"
@@ -23,10 +23,9 @@ namespace {
 constexpr const char* kStop = ":SWEep:LIST:STOP; :SYSTEM:FLUSH";
 
 /// 100 MHz to 200 MHz at 2 MHz, unless told otherwise: three blocks of one packet of 256 samples.
-class SweepMechanismTest : public testing::Test {
+class SweepMechanismTest : public EngineFixture<SpectrumFrameSink> {
  protected:
     SweepMechanismTest() {
-        mcChannel->setProtocol(mcSCPI);
         mcSCPI->reply(":SWEEP:LIST:STATUS?", "STOPPED");
         set("FMaxHz", 200e6f);
         set("FMinHz", 100e6f);
@@ -36,8 +35,7 @@ class SweepMechanismTest : public testing::Test {
         make("ZV350-C");
         mcSCPI->mcOnSend = [this](const std::string& text) {
             if (text.rfind("SWEEP:LIST:START ", 0) == 0)
-                mcEngine->handleExtensionContext(
-                    streamContext(static_cast<uint32_t>(std::stoul(text.substr(17)))));
+                mcEngine->handleExtensionContext(streamContext(numberOf(text)));
         };
     }
     ~SweepMechanismTest() override { mcSCPI->mcOnSend = nullptr; }
@@ -47,13 +45,6 @@ class SweepMechanismTest : public testing::Test {
             mcContext, mcStream, *findModel(model), kRanges, [this] { return mcDataProtocol; }, cFlatten));
         mcEngine->takeInStream();
         takeLog(true);
-    }
-    template <typename T>
-    void set(const char* pKey, T value) {
-        utils::VariantRecord cRecord;
-        cRecord.set(pKey, value);
-        ErrorList lErrors;
-        ASSERT_TRUE(mcStream->setSinkParameters(cRecord, lErrors, false));
     }
     SweepPlan plan() {
         std::string message;
@@ -132,11 +123,6 @@ class SweepMechanismTest : public testing::Test {
     }
 
     ReferencePtr<VITA49ZelvarProtocol> mcDataProtocol;
-    ReferencePtr<FakeSCPI> mcSCPI = makeReference<FakeSCPI>();
-    ReferencePtr<CommandChannel> mcChannel =
-        makeReference<CommandChannel>(makeReference<LinkWatch>(), CommandWords{"no access"});
-    ReferencePtr<EngineContext> mcContext = makeReference<EngineContext>(mcChannel, "unit one");
-    ReferencePtr<SpectrumFrameSink> mcStream = makeReference<SpectrumFrameSink>();
     ReferencePtr<_SweepMechanism> mcEngine;
     SweepPlan mcPlan;
 };

@@ -10,33 +10,7 @@ using vnktest::LogLine;
 
 namespace {
 
-class Receiver : public ReceiverTest {
- protected:
-    ReferencePtr<IQFrameSink> stream(const char* pParameters) {
-        auto cStream = makeReference<IQFrameSink>();
-        utils::VariantRecord cRecord(pParameters);
-        ErrorList lErrors;
-        EXPECT_TRUE(cStream->setSinkParameters(cRecord, lErrors, true));
-        EXPECT_TRUE(lErrors.empty());
-        return cStream;
-    }
-    ErrorList attach(const ReferencePtr<Device>& cDevice, const ReferencePtr<FrameSink>& cSink) {
-        ErrorList lErrors;
-        const bool bAttached = source(cDevice).attachFrameSink(cSink, lErrors);
-        EXPECT_EQ(bAttached, lErrors.empty());
-        return lErrors;
-    }
-    bool waitForReport(int32_t iCode, const std::string& text) {
-        return vnktest::waitUntil([&] {
-            for (const auto& cLine : vnktest::takeLog())
-                if (cLine == LogLine{iCode, text})
-                    return true;
-            return false;
-        });
-    }
-};
-
-const char* const kGoodStream = R"({"FCentreHz":100000000.0,"IFBWHz":200000.0,"RefdBm":-30.0})";
+class Receiver : public ReceiverTest {};
 
 }  // namespace
 
@@ -127,7 +101,7 @@ TEST_F(Receiver, AStreamOutOfRangeIsRefusedWithAStatusForEach) {
 TEST_F(Receiver, AttachingAStreamTwiceIsTrueAndChangesNothing) {
     ReferencePtr<Device> cDevice = open();
     ASSERT_TRUE(cDevice);
-    const auto cStream = stream(kGoodStream);
+    const auto cStream = stream(vnktest::kGoodIQStream);
     EXPECT_TRUE(attach(cDevice, cStream).empty());
     FrameSource* const pEngine = cStream->sourcePointer();
     EXPECT_NE(pEngine, nullptr);

@@ -1441,6 +1441,7 @@ TEST(ProcessorInput, IsLeftWithTheStatusOfWhatWasThere) {
     EXPECT_EQ(cProcessor.attach(cStream->handle()), 0) << "the same once more";
     ASSERT_EQ(cStream->play(cFolder.name("x")), 0);
     EXPECT_EQ(cAudio.readToEnd<HeldBaseband>(), 1u);
+    ASSERT_TRUE(vnktest::waitUntil([&] { return cStream->isAttached() == 5; }));
     EXPECT_EQ(cProcessor.detach(), 0) << "a stream that has ended is still a stream";
     EXPECT_EQ(cProcessor.detach(), -76);
     ASSERT_EQ(cProcessor.attach(cStream->handle()), 0);

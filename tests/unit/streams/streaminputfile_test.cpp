@@ -506,7 +506,7 @@ TEST_F(StreamInputFileTest, tenThousandPlayersLeaveNothingBehind) {
         if (i % 3 == 0)
             cSink->detachFromSource();
     }
-    EXPECT_EQ(vnktest::openDescriptors(), uDescriptors);
+    EXPECT_TRUE(waitUntil([&] { return vnktest::openDescriptors() == uDescriptors; }));
     EXPECT_TRUE(waitUntil([&] { return vnktest::liveThreads() <= uThreads; }));
 }
 

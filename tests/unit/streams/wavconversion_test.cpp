@@ -7,6 +7,7 @@
 #include <csignal>
 
 #include "foundations/clock.h"
+#include "support/loopback.h"
 #include "support/resources.h"
 #include "unit/streams/playbacksupport.h"
 
@@ -192,5 +193,5 @@ TEST_F(WAVConversionTest, aHundredConversionsLeaveNothingBehind) {
     for (int i = 0; i < 100; ++i)
         EXPECT_EQ(convert("n" + std::to_string(i) + ".wav"), 0);
     EXPECT_EQ(vnktest::openDescriptors(), uDescriptors);
-    EXPECT_EQ(vnktest::liveThreads(), uThreads);
+    EXPECT_TRUE(vnktest::waitUntil([&] { return vnktest::liveThreads() == uThreads; }));
 }

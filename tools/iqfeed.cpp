@@ -64,11 +64,8 @@ bool IqFeed::look() {
         }
         if (iStatus < 0)
             throw Failure(Exit::failure, explain(iStatus));
-        if (iStatus == kStatusEnded && !mbEnded) {
-            mbEnded = true;
-            mcEnd = Clock::now();
-            meEnding = mcInput.source().endOfStream();
-        }
+        if (iStatus == kStatusEnded && !mbEnded)
+            noteEnd();
         break;
     }
     if (mbEnded || Clock::now() - mcLast < kSilenceLimit)
@@ -76,6 +73,12 @@ bool IqFeed::look() {
     const std::optional<Ending> ending = mcInput.source().silence();
     meEnding = ending.value_or(meEnding);
     return !ending;
+}
+
+void IqFeed::noteEnd() {
+    mbEnded = true;
+    mcEnd = Clock::now();
+    meEnding = mcInput.source().endOfStream();
 }
 
 void IqFeed::take(const vnkIQRecord& record) {

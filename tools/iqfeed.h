@@ -31,9 +31,15 @@ class IqFeed {
             mcLastOutput = Clock::now();
             return iStatus;
         }
-        // A frame may have come between the library's looks at the queue and at what feeds it.
-        if (iStatus == kStatusEnded)
-            return output.next(frame, 0) == kStatusFrame ? kStatusFrame : iStatus;
+        if (iStatus == kStatusEnded) {
+            // A frame may have come between the library's looks at the queue and at what feeds it.
+            if (output.next(frame, 0) == kStatusFrame)
+                return kStatusFrame;
+            // The end of a chain may show before that of the stream in front of it.
+            if (bGoesOn && !mbEnded)
+                noteEnd();
+            return iStatus;
+        }
         if (iStatus < 0)
             return iStatus;
         if (!bGoesOn)
@@ -56,6 +62,7 @@ class IqFeed {
     /// Takes what the stream has queued; false when nothing more is to be hoped for.
     bool look();
     void take(const vnkIQRecord& record);
+    void noteEnd();
     bool hasDrained() const;
 
     IqInput& mcInput;

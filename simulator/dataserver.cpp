@@ -204,7 +204,12 @@ void DataServer::begin(Connection& connection, Packet packet, const FaultSetting
 
 bool DataServer::send(Connection& connection, const FaultSettings& faults) {
     static const std::vector<uint8_t> kNothing;
-    while (connection.busy()) {
+    constexpr int kCallsInOneTurn = 1000;
+    // A packet in small segments takes many calls: between some of them the rest of the unit has its turn.
+    for (int call = 0; connection.busy(); ++call) {
+        if (call == kCallsInOneTurn) {
+            return false;
+        }
         const Packet& packet = connection.packet;
         const std::vector<uint8_t>* parts[3] = {
             &packet.header, packet.payload ? packet.payload.get() : &kNothing, &packet.trailer};

@@ -46,7 +46,7 @@ TEST(Unit, leavesNoThreadAndNoDescriptorWhateverItsFaults) {
         scpi.ask("*IDN?", 100);
         const auto before = std::chrono::steady_clock::now();
         unit.stop();
-        EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(4)) << fault;
+        EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(15)) << fault;
     }
     EXPECT_TRUE(vnktest::waitUntil([&] { return vnktest::liveThreads() == threads; }));
     EXPECT_EQ(vnktest::openDescriptors(), descriptors);

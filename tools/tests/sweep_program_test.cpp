@@ -92,7 +92,7 @@ TEST_F(VnkSweep, ASpanAcrossTheDirectLimitHasTonesOfBothSides) {
 
 TEST_F(VnkSweep, LevelsAreForTheWidthOfABinAndTonesForTheirPower) {
     for (const char* window : {"nuttall", "hann", "flattop"}) {
-        const auto json = summary({"-n", "2", "--window", window});
+        const auto json = summary({"-n", "20", "--window", window});
         ASSERT_FALSE(json["peaks"].empty());
         const double dBins =
             json["realised"]["rbwHz"].get<double>() / json["realised"]["pointHz"].get<double>();
@@ -105,7 +105,7 @@ TEST_F(VnkSweep, LevelsAreForTheWidthOfABinAndTonesForTheirPower) {
 }
 
 TEST_F(VnkSweep, CalibrationShiftsAllLevels) {
-    const auto json = summary({"-n", "2", "--cal", "3dB"});
+    const auto json = summary({"-n", "20", "--cal", "3dB"});
     expectTones(json, {{98.12e6, -37}, {103e6, -57}});
     EXPECT_NEAR(json["noise"]["dBmPerHz"].get<double>(), -147, 0.3);
 }

@@ -29,8 +29,8 @@ std::optional<uint32_t> querySession(const ReferencePtr<HSDataTransport>& cContr
 }
 
 /// What has come when a whole header is there, the peer has ended, or the time has passed; null if nothing.
-/// Nobody polls the connection yet. A stream that follows at once loses what came in one piece with the
-/// header; its scan finds the next packet.
+/// Nobody polls the connection yet. Not a byte more than the header is taken: what follows at once is the stream,
+/// which begins with a packet.
 ReferencePtr<utils::MemoryBlock> receiveHeader(Transport& cTransport) {
     const uint64_t uEnd = utils::steadyMilliseconds() + kAnswerTimeoutMs;
     auto cHeader = makeReference<utils::MemoryBlock>(HiSlip::kHeaderBytes);
@@ -38,6 +38,7 @@ ReferencePtr<utils::MemoryBlock> receiveHeader(Transport& cTransport) {
         const uint64_t uNow = utils::steadyMilliseconds();
         if (uNow >= uEnd)
             break;
+        cTransport.setChunkSize(HiSlip::kHeaderBytes - cHeader->getSize());
         std::string errorText;
         const auto cBlock = cTransport.receive(static_cast<uint32_t>(uEnd - uNow), errorText);
         uint32_t uLength = 0;

@@ -50,6 +50,8 @@ class Transport : public utils::ReferenceCountedObject, private utils::Thread {
 
     const std::string& getAddress() const { return mcAddress; }
     uint32_t getPollTimeoutMs() const { return muPollTimeoutMs.load(std::memory_order_relaxed); }
+    /// The most that a receive takes; before anybody polls.
+    void setChunkSize(uint32_t uBytes) { muChunkSize.store(uBytes, std::memory_order_relaxed); }
     uint32_t getChunkSize() const { return muChunkSize.load(std::memory_order_relaxed); }
     std::string getLastError() const;
     bool isPolling() const { return isRunning(); }

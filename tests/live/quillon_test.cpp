@@ -154,13 +154,13 @@ TEST(Quillon, OpensEachModelThatTheFamilyTakes) {
 TEST(Quillon, AFrequencyLimitThatIsNoNumberIsToldAndFailsTheOpen) {
     const std::pair<const char*, const char*> replies[] = {{"none", "invalid stof argument"},
                                                            {"1e99", "stof argument out of range"}};
-    for (const auto& [reply, told] : replies) {
+    for (const auto& cReply : replies) {
         vnksim::Unit cUnit(quillonOptions());
         cUnit.start();
-        cUnit.faults().change([&](auto& f) { f.wrongReplies[":sense:freq:center? max"] = reply; });
+        cUnit.faults().change([&](auto& f) { f.wrongReplies[":sense:freq:center? max"] = cReply.first; });
         const live::Device cDevice(cUnit.options().address);
         EXPECT_NE(cDevice.status(), 0);
-        EXPECT_NE(live::log().find(told), std::string::npos);
+        EXPECT_NE(live::log().find(cReply.second), std::string::npos);
     }
 }
 

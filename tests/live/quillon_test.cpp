@@ -310,12 +310,21 @@ TEST_F(QuillonSweep, TellsTheTrueLevelAtAnyReferenceLevel) {
 TEST_F(SlowQuillonSweep, LostRepeatedAndSwappedBlocksGiveNoFrameThatIsWrong) {
     attach();
     expectFrames(1);
-    for (const char* pFault : {"loseBlockOnce,1", "repeatBlockOnce,1", "swapBlocksOnce", "shortPacketOnce,1",
-                               "blockShiftOnceKHz,9000000"}) {
+    // One lost at the end of a sweep, or repeated at its start, is followed by the first one of the next: no line.
+    for (const char* pFault : {"loseBlockOnce,1", "repeatBlockOnce,1"}) {
         mcRadio.fault(pFault);
-        const bool bSize = std::string(pFault).starts_with("short");
-        const std::string told = bSize ? "VITA49::IFData data size incorrect" : "Out of order block #";
-        EXPECT_NE(logUntil(told).find(told), std::string::npos) << pFault;
+        ASSERT_TRUE(vnktest::waitUntil([&] {
+            const vnksim::FaultSettings cNow = mcRadio.unit().faults().snapshot();
+            return cNow.loseBlockOnce == 0 && cNow.repeatBlockOnce == 0;
+        })) << pFault;
+        expectFrames(4);
+    }
+    const std::pair<const char*, const char*> faults[] = {{"swapBlocksOnce", "Out of order block #"},
+                                                          {"blockShiftOnceKHz,9000000", "Out of order block #"},
+                                                          {"shortPacketOnce,1", "VITA49::IFData data size incorrect"}};
+    for (const auto& cFault : faults) {
+        mcRadio.fault(cFault.first);
+        EXPECT_NE(logUntil(cFault.second).find(cFault.second), std::string::npos) << cFault.first;
         expectFrames(3);
     }
 }
